@@ -1,0 +1,69 @@
+// Test isolation: a private mount namespace in which this test program owns /dev/log
+// (a syslog receiver) and the log-steering files under /var/opt/kfs/output, and helpers
+// to run and stop child processes.
+#pragma once
+
+#include <sys/types.h>
+
+#include <chrono>
+#include <string>
+#include <vector>
+
+namespace ovd_test {
+
+// Moves the calling process into a private mount namespace with a fresh /dev (the
+// host's nodes bound in, /dev/log free) and an empty tmpfs on /var/opt.  Must run before
+// any thread is started.  Returns false with a reason when the machine does not allow it
+// (not root, no mount namespaces).
+bool enter_sandbox(std::string *ret_why);
+
+// Points a kfs link such as "/var/opt/kfs/output/sysloglevel" at a target text, or
+// removes it when target is empty.
+void set_kfs_link(const std::string &name, const std::string &target);
+
+// A datagram socket bound at /dev/log, collecting what syslog() sends.
+class SyslogReceiver {
+public:
+    SyslogReceiver();
+    ~SyslogReceiver();
+    SyslogReceiver(const SyslogReceiver &) = delete;
+    SyslogReceiver &operator=(const SyslogReceiver &) = delete;
+
+    bool ok() const { return fd_ >= 0; }
+    // Reads what has arrived, waiting up to `wait` for the first datagram.
+    void drain(std::chrono::milliseconds wait = std::chrono::milliseconds(0));
+    // Waits until a line containing `needle` has arrived; true if it did.
+    bool wait_for(const std::string &needle,
+                  std::chrono::milliseconds timeout = std::chrono::milliseconds(10000));
+    // All lines so far (the raw syslog datagrams, priority head included).
+    const std::vector<std::string> &lines() const { return lines_; }
+    // Index of the first line containing `needle`, or -1.
+    int find(const std::string &needle) const;
+    void clear() { lines_.clear(); }
+
+private:
+    int fd_ = -1;
+    std::vector<std::string> lines_;
+};
+
+// A child process started from an argument vector.
+class Child {
+public:
+    Child() = default;
+    ~Child();
+    Child(const Child &) = delete;
+    Child &operator=(const Child &) = delete;
+
+    bool start(const std::vector<std::string> &argv, const std::vector<std::string> &extra_env = {});
+    pid_t pid() const { return pid_; }
+    bool running();
+    void signal(int signum);
+    // Waits for the exit; returns the exit status, 128+signal for a signal, -1 on time-out.
+    int wait(std::chrono::milliseconds timeout = std::chrono::milliseconds(15000));
+
+private:
+    pid_t pid_ = -1;
+    int status_ = -1;
+};
+
+}  // namespace ovd_test
