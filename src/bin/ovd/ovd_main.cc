@@ -5,6 +5,7 @@
 #include <cstdlib>
 
 #include "logging.h"
+#include "ovd_ports_cache.h"
 
 const char ovd_program_name[] = "ovd";
 lew_context *ovd_lwc = nullptr;
@@ -12,6 +13,28 @@ tbool ovd_exiting = false;
 const int ovd_signals_handled[OVD_NUM_SIGNALS] = {SIGHUP, SIGINT, SIGPIPE, SIGTERM, SIGUSR1};
 lew_event *ovd_event_signals[OVD_NUM_SIGNALS] = {};
 int t_level = LOG_INFO;
+
+tstring *g_sys_disp = nullptr;
+uint32 g_sys_type = 0;
+uint32 system_type = 0;
+uint64 system_image_guid = 0;
+uint64 system_node_guid = 0;
+uint8 g_system_profile = 0;
+tstring *g_part_number = nullptr;
+tbool g_handled_enable_port_event = false;
+tbool g_handled_ekey_blade_ready_event = false;
+// Set by the first device-add event and never read again.
+tbool readPortSpeedsFile = false;
+uint32 master_devid = 0;
+
+tbool g_debug_mode = false;
+tstring *g_devid_str_debug_mode = nullptr;
+uint32 g_number_of_times_to_fail = 0;
+
+uint8 g_virtual_paos_lcl_port = 66;
+tbool g_ignore_all_db_changes = false;
+lt_time_ms g_system_configured_done_time_ms = 0;
+lt_time_sec g_config_node_timeout_sec = 150;
 
 int ovd_init(void)
 {
@@ -35,6 +58,13 @@ int ovd_init(void)
                                    ovd_handle_signal, nullptr);
         bail_error(err);
     }
+
+    for (devinfo *&dev : devsinfo) {
+        dev = nullptr;
+    }
+
+    err = ibPortsCacheInit();
+    bail_error(err);
 
 bail:
     return err;
@@ -160,11 +190,28 @@ int main(void)
     err = ovd_main_loop();
     bail_error(err);
 
+    // Orderly exit after a clean return of the loop.
+    err = ibPortsCacheDeinit();
+    bail_error(err);
+    err = ovd_devsinfo_free_all();
+    bail_error(err);
+    g_debug_mode = false;
+    ts_free(&g_devid_str_debug_mode);
+
     err = ovd_deinit();
     bail_error(err);
 
 bail:
-    // The common tail, taken on every path.
+    ovd_exit_tail(err);
+}
+
+void ovd_exit_tail(int err)
+{
+    // Safe on tables that are already gone.
+    const int deinit_err = ibPortsCacheDeinit();
+    complain_error(deinit_err);
+    ts_free(&g_sys_disp);
+    ts_free(&g_part_number);
     lc_log_basic(LOG_NOTICE, "IB daemon exiting with code %d", err);
     lc_log_close();
     exit(err);

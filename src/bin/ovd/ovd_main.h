@@ -3,6 +3,8 @@
 
 #include "common.h"
 #include "libevent_wrapper.h"
+#include "tstring.h"
+#include "ttime.h"
 
 #define OVD_NUM_SIGNALS 5
 
@@ -13,11 +15,37 @@ extern const int ovd_signals_handled[OVD_NUM_SIGNALS];
 extern lew_event *ovd_event_signals[OVD_NUM_SIGNALS];
 extern int t_level;
 
+// System identity and state, filled at start-up and by the first device-add event.
+extern tstring *g_sys_disp;
+extern uint32 g_sys_type;
+extern uint32 system_type;
+extern uint64 system_image_guid;
+extern uint64 system_node_guid;
+extern uint8 g_system_profile;
+extern tstring *g_part_number;
+extern tbool g_handled_enable_port_event;
+extern tbool g_handled_ekey_blade_ready_event;
+extern tbool readPortSpeedsFile;
+extern uint32 master_devid;
+
+// Failure injection.
+extern tbool g_debug_mode;
+extern tstring *g_devid_str_debug_mode;
+extern uint32 g_number_of_times_to_fail;
+
+extern uint8 g_virtual_paos_lcl_port;
+extern tbool g_ignore_all_db_changes;
+extern lt_time_ms g_system_configured_done_time_ms;
+extern lt_time_sec g_config_node_timeout_sec;
+
 int ovd_init(void);
 int ovd_main_loop(void);
 int ovd_deinit(void);
 int ovd_handle_signal(int signum, short ev_type, void *data, lew_context *ctxt);
 int ovd_initiate_exit(void);
+// What every exit path runs last: releases what is left, logs the exit code and ends
+// the process with it.
+[[noreturn]] void ovd_exit_tail(int err);
 
 // Texts of the hardware layer's result codes.
 const char *sysapi_err2str(int code);
