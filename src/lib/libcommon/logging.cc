@@ -14,6 +14,7 @@
 #include <string_view>
 
 #include "lock_mt.h"
+#include "ttime.h"
 
 const char lc_build_number[] = "1";
 
@@ -230,7 +231,7 @@ void lc_log_check_localtime(lc_log_state *state, time_t now)
     if (!lc_log_same_time(mtime, state->lls_stat_localtime)) {
         state->lls_stat_localtime = mtime;
         // The zone file changed under us: have the C library read it again.
-        tzset();
+        lt_timezone_handle_changed();
     }
 }
 

@@ -21,14 +21,9 @@
 #include "tstring.h"
 #include "ttime.h"
 
-// Scalar and time vocabulary used by the value types.  The time types repeat the
-// definitions of the time library (a repeated identical typedef is harmless), so that this
-// header stands on its own.
+// Floating-point vocabulary of the value types.
 typedef float float32;
 typedef double float64;
-typedef int64 lt_time_us;
-typedef int32 lt_dur_sec;
-typedef int64 lt_dur_us;
 
 // The binding and its attribute table live with the binding code; the wrappers below only
 // pass them through.

@@ -261,8 +261,8 @@ int bn_check_hostname(const char *str)
 }
 
 // ---------------------------------------------------------------------------------------
-// Times.  The text forms of dates, times of day and durations belong to the time library;
-// until it offers its parsers and printers, values of these types have no text form.
+// Times.  The text forms of dates, times of day and pretty durations are the time
+// library's; a plain duration is a decimal count of its unit.
 
 int bn_parse_time(bn_type type, bn_type_flags_bf type_flags, const char *str, bn_value *v)
 {
@@ -284,9 +284,52 @@ int bn_parse_time(bn_type type, bn_type_flags_bf type_flags, const char *str, bn
         }
         return err;
     }
-    // Dates, times of day and pretty durations have no text form without the time
-    // library's parsers.
-    return lc_err_bad_type;
+    switch (type) {
+    case bt_date:
+        return lt_str_to_date(str, &v->bnv_date);
+    case bt_time_sec:
+        return lt_str_to_daytime_sec(str, &v->bnv_time_sec);
+    case bt_time_ms:
+        return lt_str_to_daytime_ms(str, &v->bnv_time_ms);
+    case bt_time_us:
+        return lt_str_to_daytime_us(str, &v->bnv_time_us);
+    case bt_datetime_sec:
+    case bt_datetime_ms:
+    case bt_datetime_us: {
+        if (type == bt_datetime_sec) {
+            err = lt_str_to_datetime_sec(str, &v->bnv_datetime_sec);
+        } else if (type == bt_datetime_ms) {
+            err = lt_str_to_datetime_ms(str, &v->bnv_datetime_ms);
+        } else {
+            err = lt_str_to_datetime_us(str, &v->bnv_datetime_us);
+        }
+        if (err != lc_err_bad_type) {
+            return err;
+        }
+        // A bare date stands for its midnight.
+        lt_time_sec date = 0;
+        err = lt_str_to_date(str, &date);
+        if (err != 0) {
+            return err;
+        }
+        if (type == bt_datetime_sec) {
+            v->bnv_datetime_sec = date;
+        } else if (type == bt_datetime_ms) {
+            v->bnv_datetime_ms = static_cast<lt_time_ms>(date) * 1000;
+        } else {
+            v->bnv_datetime_us = static_cast<lt_time_us>(date) * 1000000;
+        }
+        return 0;
+    }
+    case bt_duration_sec:
+        return lt_str_to_dur_sec(str, &v->bnv_duration_sec);
+    case bt_duration_ms:
+        return lt_str_to_dur_ms(str, &v->bnv_duration_ms);
+    case bt_duration_us:
+        return lt_str_to_dur_us(str, &v->bnv_duration_us);
+    default:
+        return lc_err_bad_type;
+    }
 }
 
 // Parses str as a value of the type into v (which is zeroed).  Bad text gives
@@ -763,6 +806,10 @@ bail:
     return err;
 }
 
+// Pretty durations show all four components with the leading zero ones left out.
+constexpr lt_render_flags_bf bn_duration_render_flags = ltrf_skip_leading_zeros;
+static_assert(bn_duration_render_flags == 2, "the display option of duration values is 2");
+
 int bn_print_time(const bn_attrib *attrib, char **ret_str)
 {
     const bn_value &v = attrib->ba_v;
@@ -782,9 +829,32 @@ int bn_print_time(const bn_attrib *attrib, char **ret_str)
             break;
         }
     }
-    // Dates, times of day and pretty durations have no text form without the time
-    // library's printers.
-    return lc_err_bad_type;
+    switch (attrib->ba_type) {
+    case bt_date:
+        return lt_date_to_str(v.bnv_date, ltpf_none, ret_str);
+    case bt_time_sec:
+        return lt_daytime_sec_to_str(v.bnv_time_sec, ltpf_none, ret_str);
+    case bt_time_ms:
+        return lt_daytime_ms_to_str(v.bnv_time_ms, ltpf_none, ret_str);
+    case bt_time_us:
+        return lt_daytime_us_to_str(v.bnv_time_us, ltpf_none, ret_str);
+    case bt_datetime_sec:
+        return lt_datetime_sec_to_str(v.bnv_datetime_sec, ltpf_none, ret_str);
+    case bt_datetime_ms:
+        return lt_datetime_ms_to_str(v.bnv_datetime_ms, ltpf_none, ret_str);
+    case bt_datetime_us:
+        return lt_datetime_us_to_str(v.bnv_datetime_us, ltpf_none, ret_str);
+    case bt_duration_sec:
+        return lt_dur_ms_to_counter_str_ex2(static_cast<lt_dur_ms>(v.bnv_duration_sec) * 1000,
+                                            ret_str, bn_duration_render_flags);
+    case bt_duration_ms:
+        return lt_dur_ms_to_counter_str_ex2(v.bnv_duration_ms, ret_str,
+                                            bn_duration_render_flags);
+    case bt_duration_us:
+        return lt_dur_us_to_str(v.bnv_duration_us, ret_str);
+    default:
+        return lc_err_bad_type;
+    }
 }
 
 int bn_print_value(const bn_attrib *attrib, char **ret_str)

@@ -3,11 +3,14 @@
 // binding forms.
 #include <gtest/gtest.h>
 
+#include <optional>
+
 #include <arpa/inet.h>
 
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -635,6 +638,77 @@ TEST(BnTextDurationTest, PlainDurations)
     expect_ok(bt_duration_us, 0, "9223372036854775807");
     expect_bad(bt_duration_ms, 0, "5 sec");
     expect_bad(bt_duration_us, 0, "");
+}
+
+// Dates and times are read and printed in local time; the zone is pinned for the test.
+class BnTextTimeTest : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        const char *tz = getenv("TZ");
+        saved_tz_ = tz != nullptr ? std::optional<std::string>(tz) : std::nullopt;
+        setenv("TZ", "UTC", 1);
+        tzset();
+    }
+    void TearDown() override
+    {
+        if (saved_tz_) {
+            setenv("TZ", saved_tz_->c_str(), 1);
+        } else {
+            unsetenv("TZ");
+        }
+        tzset();
+    }
+    std::optional<std::string> saved_tz_;
+};
+
+TEST_F(BnTextTimeTest, DatesTimesAndDateTimesRoundTrip)
+{
+    expect_ok(bt_date, 0, "2024/02/29");
+    expect_ok(bt_time_sec, 0, "23:59:59");
+    expect_ok(bt_time_sec, 0, "00:00:00");
+    expect_ok(bt_time_ms, 0, "00:00:01.500");
+    expect_ok(bt_time_us, 0, "12:00:00.000001");
+    expect_ok(bt_datetime_sec, 0, "2024/05/17 13:45:10");
+    expect_ok(bt_datetime_ms, 0, "2024/05/17 13:45:10.250");
+    expect_ok(bt_datetime_us, 0, "1970/01/01 00:00:00.000001");
+    expect_bad(bt_date, 0, "2024-02-29");
+    expect_bad(bt_time_sec, 0, "noon");
+    expect_bad(bt_datetime_sec, 0, "2024/05/17 13:45");
+    expect_bad(bt_datetime_sec, 0, "2024/05/17 13:45:10 tomorrow");
+}
+
+TEST_F(BnTextTimeTest, DateTimeAcceptsABareDateAsItsMidnight)
+{
+    expect_ok(bt_datetime_sec, 0, "2024/05/17", "2024/05/17 00:00:00");
+    expect_ok(bt_datetime_ms, 0, "2024/05/17", "2024/05/17 00:00:00.000");
+    expect_ok(bt_datetime_us, 0, "2024/05/17", "2024/05/17 00:00:00.000000");
+
+    bn_attrib *raw = nullptr;
+    ASSERT_EQ(bn_attrib_new_str(&raw, ba_value, bt_datetime_ms, 0, "2024/05/17"), 0);
+    AttribPtr a(raw);
+    lt_time_ms value = 0;
+    ASSERT_EQ(bn_attrib_get_datetime_ms(a.get(), nullptr, nullptr, &value), 0);
+    EXPECT_EQ(value, 1715904000000LL);
+}
+
+TEST_F(BnTextTimeTest, PrettyDurationsUseTheirUnitWords)
+{
+    bn_attrib *raw = nullptr;
+    ASSERT_EQ(bn_attrib_new_str(&raw, ba_value, bt_duration_sec, btf_pretty, "1 hour 30 min"), 0);
+    AttribPtr a(raw);
+    lt_dur_sec value = 0;
+    ASSERT_EQ(bn_attrib_get_duration_sec(a.get(), nullptr, nullptr, &value), 0);
+    EXPECT_EQ(value, 5400);
+    char *out = nullptr;
+    ASSERT_EQ(bn_attrib_get_str(a.get(), nullptr, bt_NONE, nullptr, &out), 0);
+    const std::string text = take(out);
+    EXPECT_NE(text.find("hour"), std::string::npos) << text;
+    EXPECT_NE(text.find("30"), std::string::npos) << text;
+
+    expect_bad(bt_duration_sec, btf_pretty, "1 hour 2 hours");
+    expect_bad(bt_duration_ms, btf_pretty, "soon");
+    expect_ok(bt_duration_us, btf_pretty, "1.5 seconds", "1.500000 seconds");
 }
 
 TEST(BnTextPrinterTest, ExpectedTypeAndOutputs)
