@@ -261,6 +261,22 @@ TEST_F(BnodeTest, DoubleStarMatchesTheRest)
     EXPECT_FALSE(bn_binding_name_parts_pattern_match(nullptr, true, nullptr));
 }
 
+TEST_F(BnodeTest, InterestPatternsOfTheDaemon)
+{
+    // The configuration subtree the daemon watches, at any depth below it.
+    EXPECT_TRUE(pattern_match("/ib/config/ports/ifindex/134", "/ib/config/**"));
+    EXPECT_TRUE(pattern_match("/ib/config/a/b/c/d/e/f/g/h", "/ib/config/**"));
+    EXPECT_FALSE(pattern_match("/ib/config", "/ib/config/**"));
+    EXPECT_FALSE(pattern_match("/ib/configuration/x", "/ib/config/**"));
+    EXPECT_FALSE(pattern_match("/ib/state/x", "/ib/config/**"));
+    // A separator escaped inside a part keeps the part whole: one part for "*".
+    EXPECT_TRUE(pattern_match("/portd/config/ifindex/a\\/b", "/portd/config/ifindex/*"));
+    EXPECT_FALSE(pattern_match("/portd/config/ifindex/a/b", "/portd/config/ifindex/*"));
+    // An escaped separator in the pattern matches the same escaped part only.
+    EXPECT_TRUE(pattern_match("/x/a\\/b/c", "/x/a\\/b/*"));
+    EXPECT_FALSE(pattern_match("/x/a/b/c", "/x/a\\/b/*"));
+}
+
 // ---------------------------------------------------------------------------------------
 // Making bindings.
 
