@@ -96,7 +96,7 @@ TEST_F(DaemonLifecycle, SwallowsUsr1AndPipeThenEndsOnTerm)
 {
     start();
     // Lines go to the local4 facility, under the daemon's name and pid.
-    const std::string &first = receiver_->lines()[static_cast<size_t>(
+    const std::string first = receiver_->lines()[static_cast<size_t>(
         receiver_->find("IB daemon launched"))];
     EXPECT_EQ(first.rfind("<165>", 0), 0u) << first;
     EXPECT_NE(first.find("ovd[" + std::to_string(daemon_.pid()) + "]: "), std::string::npos)

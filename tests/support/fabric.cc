@@ -41,6 +41,20 @@ std::string preload_path()
     return env != nullptr && *env != '\0' ? env : k_default_preload;
 }
 
+// The AddressSanitizer runtime this process is linked with, "" without one.  A client
+// built the same way needs it ahead of every other preload.
+std::string sanitizer_runtime()
+{
+    std::ifstream maps("/proc/self/maps");
+    for (std::string line; std::getline(maps, line);) {
+        const size_t at = line.find('/');
+        if (at != std::string::npos && line.find("/libasan.so", at) != std::string::npos) {
+            return line.substr(at);
+        }
+    }
+    return "";
+}
+
 std::string bundled_topology()
 {
     return (fs::path(__FILE__).parent_path().parent_path() / "fabric" / "topology.net").string();
@@ -328,6 +342,11 @@ bool Fabric::start_sm(std::string *ret_why)
     return why.empty();
 }
 
+void Fabric::stop_sm()
+{
+    end_child(&sm_pid_);
+}
+
 void Fabric::stop()
 {
     end_child(&sm_pid_);
@@ -352,6 +371,50 @@ std::vector<std::string> Fabric::client_env(const std::string &node) const
 FabricResult Fabric::run(const std::vector<std::string> &argv, const std::string &node,
                          milliseconds timeout)
 {
+    return run_env(argv, client_env(node), timeout);
+}
+
+FabricResult Fabric::run_preloaded(const std::vector<std::string> &argv,
+                                   const std::vector<std::string> &preload_first,
+                                   const std::string &node, milliseconds timeout)
+{
+    return run_env(argv, client_env_preloaded(preload_first, node), timeout);
+}
+
+std::vector<std::string> Fabric::client_env_preloaded(const std::vector<std::string> &preload_first,
+                                                      const std::string &node) const
+{
+    std::vector<std::string> env = client_env(node);
+    std::string preload;
+    const std::string asan = sanitizer_runtime();
+    if (!asan.empty()) {
+        preload = asan + ":";
+    }
+    for (const auto &p : preload_first) {
+        preload += p + ":";
+    }
+    preload += preload_path();
+    for (auto &e : env) {
+        if (e.compare(0, 11, "LD_PRELOAD=") == 0) {
+            e = "LD_PRELOAD=" + preload;
+        }
+    }
+    if (!asan.empty()) {
+        // The simulator's preload reads past a buffer of its own; that is not the client's.
+        const char *opts = getenv("ASAN_OPTIONS");
+        const std::string supp =
+            (fs::path(__FILE__).parent_path().parent_path() / "fabric" / "umad2sim.asan.supp")
+                .string();
+        env.push_back(std::string("ASAN_OPTIONS=") +
+                      (opts != nullptr && *opts != '\0' ? std::string(opts) + ":" : "") +
+                      "suppressions=" + supp);
+    }
+    return env;
+}
+
+FabricResult Fabric::run_env(const std::vector<std::string> &argv,
+                             const std::vector<std::string> &env, milliseconds timeout)
+{
     FabricResult result;
     if (!running() || argv.empty()) {
         result.out = "the fabric is not running";
@@ -374,7 +437,7 @@ FabricResult Fabric::run(const std::vector<std::string> &argv, const std::string
         }
         return result;
     }
-    pid_t pid = spawn(args, merged_env(client_env(node)), dir_, null_fd, pipe_fds[1]);
+    pid_t pid = spawn(args, merged_env(env), dir_, null_fd, pipe_fds[1]);
     close(null_fd);
     close(pipe_fds[1]);
     if (pid < 0) {

@@ -44,6 +44,8 @@ public:
     bool start(std::string *ret_why);
     // Starts a subnet manager on a running simulator (if there is none yet).
     bool start_sm(std::string *ret_why);
+    // Stops the subnet manager only (it leaves the fabric as it was).
+    void stop_sm();
     // Stops the subnet manager, then the simulator, and removes the scratch directory.
     void stop();
 
@@ -61,6 +63,14 @@ public:
     // and gives its output.  A client that outlives the time-out is killed.
     FabricResult run(const std::vector<std::string> &argv, const std::string &node = "",
                      std::chrono::milliseconds timeout = std::chrono::milliseconds(20000));
+    // The same, with our own preloads (absolute paths) stacked in front of the simulator's.
+    // A sanitizer runtime this process runs with goes first of all, as it must.
+    FabricResult run_preloaded(const std::vector<std::string> &argv,
+                               const std::vector<std::string> &preload_first,
+                               const std::string &node = "",
+                               std::chrono::milliseconds timeout = std::chrono::milliseconds(20000));
+    std::vector<std::string> client_env_preloaded(const std::vector<std::string> &preload_first,
+                                                  const std::string &node = "") const;
     FabricResult smpquery(const std::vector<std::string> &args, const std::string &node = "");
     FabricResult perfquery(const std::vector<std::string> &args, const std::string &node = "");
 
@@ -77,6 +87,8 @@ public:
 
 private:
     bool start_sim(std::string *ret_why);
+    FabricResult run_env(const std::vector<std::string> &argv, const std::vector<std::string> &env,
+                         std::chrono::milliseconds timeout);
     bool wait_for_text(const std::string &path, const std::string &needle, pid_t pid,
                        std::chrono::milliseconds timeout);
 

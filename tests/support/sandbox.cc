@@ -136,38 +136,71 @@ SyslogReceiver::SyslogReceiver()
         return;
     }
     chmod("/dev/log", 0666);
+    reader_ = std::thread([this] { read_loop(); });
 }
 
 SyslogReceiver::~SyslogReceiver()
 {
+    stop_ = true;
+    if (reader_.joinable()) {
+        reader_.join();
+    }
     if (fd_ >= 0) {
         close(fd_);
         unlink("/dev/log");
     }
 }
 
-void SyslogReceiver::drain(std::chrono::milliseconds wait)
+void SyslogReceiver::read_loop()
 {
-    if (fd_ < 0) {
-        return;
-    }
-    int timeout = static_cast<int>(wait.count());
-    for (;;) {
+    while (!stop_) {
         pollfd pfd{fd_, POLLIN, 0};
-        if (poll(&pfd, 1, timeout) <= 0) {
-            return;
+        if (poll(&pfd, 1, 20) <= 0) {
+            continue;
         }
         char buf[8192];
-        const ssize_t n = recv(fd_, buf, sizeof(buf), 0);
+        const ssize_t n = recv(fd_, buf, sizeof(buf), MSG_DONTWAIT);
         if (n <= 0) {
-            return;
+            continue;
         }
-        lines_.emplace_back(buf, static_cast<size_t>(n));
-        timeout = 0;
+        {
+            std::lock_guard<std::mutex> lock(mutex_);
+            lines_.emplace_back(buf, static_cast<size_t>(n));
+        }
+        arrived_.notify_all();
     }
 }
 
-int SyslogReceiver::find(const std::string &needle) const
+void SyslogReceiver::drain(std::chrono::milliseconds wait)
+{
+    std::unique_lock<std::mutex> lock(mutex_);
+    size_t seen = lines_.size();
+    if (!arrived_.wait_for(lock, wait, [&] { return lines_.size() > seen; })) {
+        return;
+    }
+    // The rest of a burst follows within moments.
+    for (;;) {
+        seen = lines_.size();
+        if (!arrived_.wait_for(lock, std::chrono::milliseconds(10),
+                               [&] { return lines_.size() > seen; })) {
+            return;
+        }
+    }
+}
+
+std::vector<std::string> SyslogReceiver::lines() const
+{
+    std::lock_guard<std::mutex> lock(mutex_);
+    return lines_;
+}
+
+void SyslogReceiver::clear()
+{
+    std::lock_guard<std::mutex> lock(mutex_);
+    lines_.clear();
+}
+
+int SyslogReceiver::find_locked(const std::string &needle) const
 {
     for (size_t i = 0; i < lines_.size(); ++i) {
         if (lines_[i].find(needle) != std::string::npos) {
@@ -177,21 +210,16 @@ int SyslogReceiver::find(const std::string &needle) const
     return -1;
 }
 
+int SyslogReceiver::find(const std::string &needle) const
+{
+    std::lock_guard<std::mutex> lock(mutex_);
+    return find_locked(needle);
+}
+
 bool SyslogReceiver::wait_for(const std::string &needle, std::chrono::milliseconds timeout)
 {
-    const auto deadline = std::chrono::steady_clock::now() + timeout;
-    for (;;) {
-        if (find(needle) >= 0) {
-            return true;
-        }
-        const auto now = std::chrono::steady_clock::now();
-        if (now >= deadline) {
-            return false;
-        }
-        drain(std::chrono::duration_cast<std::chrono::milliseconds>(
-            std::min<std::chrono::steady_clock::duration>(deadline - now,
-                                                          std::chrono::milliseconds(100))));
-    }
+    std::unique_lock<std::mutex> lock(mutex_);
+    return arrived_.wait_for(lock, timeout, [&] { return find_locked(needle) >= 0; });
 }
 
 Child::~Child()

@@ -5,8 +5,12 @@
 
 #include <sys/types.h>
 
+#include <atomic>
 #include <chrono>
+#include <condition_variable>
+#include <mutex>
 #include <string>
+#include <thread>
 #include <vector>
 
 namespace ovd_test {
@@ -21,7 +25,9 @@ bool enter_sandbox(std::string *ret_why);
 // removes it when target is empty.
 void set_kfs_link(const std::string &name, const std::string &target);
 
-// A datagram socket bound at /dev/log, collecting what syslog() sends.
+// A datagram socket bound at /dev/log, collecting what syslog() sends.  A thread reads
+// it all the time: the kernel queues only a few datagrams on a Unix socket, and a
+// sender whose datagram finds the queue full blocks until it is read.
 class SyslogReceiver {
 public:
     SyslogReceiver();
@@ -30,20 +36,28 @@ public:
     SyslogReceiver &operator=(const SyslogReceiver &) = delete;
 
     bool ok() const { return fd_ >= 0; }
-    // Reads what has arrived, waiting up to `wait` for the first datagram.
+    // Waits up to `wait` for a line to arrive, and then until the burst it belongs to
+    // has been read.
     void drain(std::chrono::milliseconds wait = std::chrono::milliseconds(0));
     // Waits until a line containing `needle` has arrived; true if it did.
     bool wait_for(const std::string &needle,
                   std::chrono::milliseconds timeout = std::chrono::milliseconds(10000));
     // All lines so far (the raw syslog datagrams, priority head included).
-    const std::vector<std::string> &lines() const { return lines_; }
+    std::vector<std::string> lines() const;
     // Index of the first line containing `needle`, or -1.
     int find(const std::string &needle) const;
-    void clear() { lines_.clear(); }
+    void clear();
 
 private:
+    void read_loop();
+    int find_locked(const std::string &needle) const;
+
     int fd_ = -1;
+    std::atomic<bool> stop_{false};
+    mutable std::mutex mutex_;
+    std::condition_variable arrived_;
     std::vector<std::string> lines_;
+    std::thread reader_;
 };
 
 // A child process started from an argument vector.

@@ -4,8 +4,10 @@
 #include <csignal>
 #include <cstdlib>
 
+#include "logger.h"
 #include "logging.h"
 #include "ovd_ports_cache.h"
+#include "vqd_access_reg.h"
 
 const char ovd_program_name[] = "ovd";
 lew_context *ovd_lwc = nullptr;
@@ -39,6 +41,7 @@ lt_time_sec g_config_node_timeout_sec = 150;
 int ovd_init(void)
 {
     int err = 0;
+    vqd_status_t vqd_ret = VQD_STATUS_SUCCESS;
 
     err = lc_log_init(ovd_program_name, nullptr, LCO_none, static_cast<uint64>(LCI_OVD) << 16,
                       LOG_DEBUG, LOG_LOCAL4, LCT_SYSLOG);
@@ -56,6 +59,13 @@ int ovd_init(void)
     for (int i = 0; i < OVD_NUM_SIGNALS; ++i) {
         err = lew_event_reg_signal(ovd_lwc, &ovd_event_signals[i], ovd_signals_handled[i],
                                    ovd_handle_signal, nullptr);
+        bail_error(err);
+    }
+
+    vqd_ret = vqd_access_reg_init(0, log_cb, 15);
+    if (vqd_ret != VQD_STATUS_SUCCESS) {
+        lc_log_basic(LOG_ERR, "%s: failed to init command interface , error: %d", __func__, vqd_ret);
+        err = lc_err_generic_error;
         bail_error(err);
     }
 
@@ -82,8 +92,16 @@ bail:
 int ovd_deinit(void)
 {
     int err = 0;
+    vqd_status_t vqd_ret = VQD_STATUS_SUCCESS;
     err = lew_deinit(&ovd_lwc);
     bail_error(err);
+    vqd_ret = vqd_access_reg_deinit();
+    lc_log_basic(t_level, "%s: deinit reg command interface , vqd_ret: %d", __func__, vqd_ret);
+    if (vqd_ret != VQD_STATUS_SUCCESS) {
+        lc_log_basic(LOG_ERR, "%s: failed to deinit command interface, vqd_ret: %d", __func__, vqd_ret);
+        err = lc_err_generic_error;
+        bail_error(err);
+    }
 bail:
     return err;
 }

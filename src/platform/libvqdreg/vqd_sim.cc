@@ -1,0 +1,1450 @@
+// The simulated switch ASIC: model, register semantics, journal and faults, and the
+// library's C entry points on top of them.
+#include "vqd_sim.h"
+
+#include <arpa/inet.h>
+#include <stdarg.h>
+#include <stdio.h>
+#include <string.h>
+
+#include <algorithm>
+#include <array>
+#include <cctype>
+#include <cerrno>
+#include <cstdlib>
+#include <deque>
+#include <fstream>
+#include <map>
+#include <mutex>
+#include <sstream>
+
+namespace vqdsim {
+
+namespace {
+
+// ---------------------------------------------------------------------------
+// The model.
+
+struct Module {
+    bool present = false;
+    bool qsfp28 = true;
+    std::string vendor = "VQ CABLES";
+    std::string part = "VQC-GENERIC";
+    std::string serial;
+    unsigned length = 1;
+    uint8_t admin_status = 1;  // enabled
+    uint8_t ee = 0;
+    uint8_t e = 0;
+    std::array<uint8_t, 256> eeprom{};  // lower page and upper page 00
+};
+
+struct Port {
+    uint8_t swid = 0;
+    uint8_t sub_port = 0;
+    uint8_t ib_port = 0;
+    int module = -1;  // -1: no cage
+    uint8_t width = 4;
+    uint8_t use_different_rx_tx = 0;
+    std::array<uint8_t, 4> lane{0, 1, 2, 3};
+    std::array<uint8_t, 4> rx_lane{0, 1, 2, 3};
+    std::array<uint8_t, 4> lane_module{};
+    uint8_t speed_cap = 0x3f;
+    uint8_t width_cap = 0x05;
+    uint8_t speed_admin = 0x3f;
+    uint8_t width_admin = 0x05;
+    uint16_t max_mtu = 4096;
+    uint16_t admin_mtu = 4096;
+    uint8_t vl_cap = 4;
+    uint8_t vl_admin = 4;
+    uint8_t admin_status = VQD_PORT_ADMIN_STATUS_UP;
+    uint8_t ee = 0;
+    uint8_t e = 0;
+    uint8_t port_profile_mode = 3;  // auto
+    uint8_t static_port_profile = 0;
+    uint32_t fec_auto = 4;          // what auto negotiates to
+    uint8_t fec_override_admin[4]{};
+    bool admin_set = false, speed_admin_set = false, width_admin_set = false;
+    bool mtu_admin_set = false, vl_admin_set = false;
+};
+
+struct Identity {
+    uint32_t capability_mask = 0;
+    uint64_t system_image_guid = 0;
+    uint64_t guid0 = 0;
+    uint64_t node_guid = 0;
+    uint32_t v_key_h = 0, v_key_l = 0;
+    uint16_t max_pkey = 0;
+    std::array<uint8_t, 64> node_description{};
+};
+
+struct Device {
+    uint8_t id = 0;
+    std::string board_id = "VQ_SWITCH";
+    uint16_t vendor_id = 0x02c9;
+    uint64_t node_guid = 0;
+    uint64_t system_image_guid = 0;
+    std::string ndesc;
+    bool pplm = false;
+    bool m_key_set = false;
+    uint64_t m_key = 0;
+    std::array<uint32_t, 8> pmpc{};
+    std::map<unsigned, Port> ports;
+    std::map<unsigned, Module> modules;
+    std::map<unsigned, Identity> identity;  // by SWID
+};
+
+struct Fault {
+    std::string reg;
+    unsigned dev;
+    int key;
+    unsigned count;
+    vqd_status_t status;
+};
+
+// A long-running process keeps only the recent part of the journal in memory; the
+// journal file, when configured, has it all.
+constexpr size_t kJournalKeep = 100000;
+
+struct State {
+    std::recursive_mutex mu;
+    bool open = false;
+    vq_log_cb_t log_cb = nullptr;
+    uint32_t verbosity = 0;
+    std::string config_path = kDefaultConfigPath;
+    std::map<unsigned, Device> devices;
+    std::deque<JournalEntry> journal;  // the latest kJournalKeep accesses
+    uint64_t seq = 0;
+    std::deque<Fault> faults;
+    FILE *journal_file = nullptr;
+};
+
+State &state()
+{
+    static State *s = new State;  // lives to the end of the process
+    return *s;
+}
+
+void sim_log(vq_log_severity_t sev, const char *fmt, ...) __attribute__((format(printf, 2, 3)));
+
+void sim_log(vq_log_severity_t sev, const char *fmt, ...)
+{
+    State &s = state();
+    if (!s.log_cb || static_cast<uint32_t>(sev) > s.verbosity) {
+        return;
+    }
+    char buf[512];
+    va_list ap;
+    va_start(ap, fmt);
+    vsnprintf(buf, sizeof(buf), fmt, ap);
+    va_end(ap);
+    s.log_cb(sev, "VQDREG", buf);
+}
+
+// ---------------------------------------------------------------------------
+// Module EEPROM: a QSFP memory map with the identity fields filled in.
+
+void put_text(std::array<uint8_t, 256> &m, size_t off, size_t len, const std::string &text)
+{
+    for (size_t i = 0; i < len; ++i) {
+        m[off + i] = i < text.size() ? static_cast<uint8_t>(text[i]) : ' ';
+    }
+}
+
+void build_eeprom(Module &mod, unsigned dev, unsigned index)
+{
+    auto &m = mod.eeprom;
+    m.fill(0);
+    if (!mod.present) {
+        return;
+    }
+    const uint8_t ident = mod.qsfp28 ? 0x11 : 0x0d;
+    m[0] = ident;                   // identifier
+    m[1] = 0x07;                    // revision compliance
+    m[2] = 0x04;                    // flat memory: no upper pages beyond 00
+    m[22] = 0x19;                   // temperature MSB: 25 C
+    m[26] = 0x80;                   // supply voltage 3.3 V (0x80e8 * 100 uV)
+    m[27] = 0xe8;
+    m[128] = ident;                 // identifier (upper page)
+    m[129] = 0x00;                  // power class 1
+    m[130] = 0x23;                  // connector: no separable connector (copper)
+    m[131] = mod.qsfp28 ? 0x80 : 0x08;  // compliance: extended / 40GBASE-CR4
+    m[140] = mod.qsfp28 ? 0xff : 0x8d;  // nominal rate
+    m[146] = static_cast<uint8_t>(mod.length);  // copper length, metres
+    m[147] = 0xa0;                  // transmitter technology: copper, unequalised
+    put_text(m, 148, 16, mod.vendor);
+    m[165] = 0x00;                  // vendor OUI
+    m[166] = 0x02;
+    m[167] = 0xc9;
+    put_text(m, 168, 16, mod.part);
+    put_text(m, 184, 2, "A2");
+    std::string serial = mod.serial;
+    if (serial.empty()) {
+        char buf[32];
+        snprintf(buf, sizeof(buf), "VQ%02u%02u%08u", dev % 100, index % 100, 4711u + index);
+        serial = buf;
+    }
+    put_text(m, 196, 16, serial);
+    put_text(m, 212, 8, "26010100");  // date code
+    uint32_t sum = 0;
+    for (int i = 128; i < 191; ++i) {
+        sum += m[i];
+    }
+    m[191] = static_cast<uint8_t>(sum);  // CC_BASE
+    sum = 0;
+    for (int i = 192; i < 223; ++i) {
+        sum += m[i];
+    }
+    m[223] = static_cast<uint8_t>(sum);  // CC_EXT
+}
+
+// ---------------------------------------------------------------------------
+// Model text.
+
+bool tokenize(const std::string &line, std::vector<std::string> *ret, std::string *why)
+{
+    ret->clear();
+    size_t i = 0;
+    while (i < line.size()) {
+        if (isspace(static_cast<unsigned char>(line[i]))) {
+            ++i;
+            continue;
+        }
+        if (line[i] == '#') {
+            break;
+        }
+        std::string tok;
+        while (i < line.size() && !isspace(static_cast<unsigned char>(line[i]))) {
+            if (line[i] == '"') {
+                size_t end = line.find('"', i + 1);
+                if (end == std::string::npos) {
+                    *why = "unterminated quote";
+                    return false;
+                }
+                tok += line.substr(i + 1, end - i - 1);
+                i = end + 1;
+            } else {
+                tok += line[i++];
+            }
+        }
+        ret->push_back(tok);
+    }
+    return true;
+}
+
+bool parse_num(const std::string &text, uint64_t *ret)
+{
+    if (text.empty()) {
+        return false;
+    }
+    char *end = nullptr;
+    errno = 0;
+    unsigned long long v = strtoull(text.c_str(), &end, 0);
+    if (errno != 0 || *end != '\0' || text[0] == '-') {
+        return false;
+    }
+    *ret = v;
+    return true;
+}
+
+bool parse_bool(const std::string &text, bool *ret)
+{
+    if (text == "yes" || text == "true" || text == "1") {
+        *ret = true;
+        return true;
+    }
+    if (text == "no" || text == "false" || text == "0") {
+        *ret = false;
+        return true;
+    }
+    return false;
+}
+
+bool parse_range(const std::string &text, unsigned max, unsigned *first, unsigned *last)
+{
+    uint64_t a = 0, b = 0;
+    size_t dash = text.find('-');
+    if (dash == std::string::npos) {
+        if (!parse_num(text, &a)) {
+            return false;
+        }
+        b = a;
+    } else if (!parse_num(text.substr(0, dash), &a) || !parse_num(text.substr(dash + 1), &b)) {
+        return false;
+    }
+    if (a > b || b > max) {
+        return false;
+    }
+    *first = static_cast<unsigned>(a);
+    *last = static_cast<unsigned>(b);
+    return true;
+}
+
+template <class T>
+bool num_attr(const std::string &val, uint64_t max, T *out)
+{
+    uint64_t v = 0;
+    if (!parse_num(val, &v) || v > max) {
+        return false;
+    }
+    *out = static_cast<T>(v);
+    return true;
+}
+
+bool apply_device_attr(Device &d, const std::string &name, const std::string &val)
+{
+    if (name == "board_id") {
+        d.board_id = val.substr(0, 63);
+        return true;
+    }
+    if (name == "ndesc") {
+        d.ndesc = val.substr(0, 64);
+        return true;
+    }
+    if (name == "vendor_id") return num_attr(val, 0xffff, &d.vendor_id);
+    if (name == "node_guid") return num_attr(val, UINT64_MAX, &d.node_guid);
+    if (name == "system_image_guid") return num_attr(val, UINT64_MAX, &d.system_image_guid);
+    if (name == "pplm") return parse_bool(val, &d.pplm);
+    return false;
+}
+
+bool apply_port_attr(Port &p, unsigned lp, const std::string &name, const std::string &val)
+{
+    if (name == "ib_port") {
+        if (val == "auto") {
+            p.ib_port = static_cast<uint8_t>(lp);
+            return true;
+        }
+        return num_attr(val, 255, &p.ib_port);
+    }
+    if (name == "module") {
+        if (val == "none") {
+            p.module = -1;
+        } else if (val == "auto") {
+            p.module = static_cast<int>(lp) - 1;
+        } else if (!num_attr(val, 255, &p.module)) {
+            return false;
+        }
+        p.lane_module.fill(p.module < 0 ? 0 : static_cast<uint8_t>(p.module));
+        return true;
+    }
+    if (name == "admin") {
+        if (val == "up") {
+            p.admin_status = VQD_PORT_ADMIN_STATUS_UP;
+        } else if (val == "down") {
+            p.admin_status = VQD_PORT_ADMIN_STATUS_DOWN_BY_CONF;
+        } else {
+            return false;
+        }
+        return true;
+    }
+    if (name == "swid") return num_attr(val, 255, &p.swid);
+    if (name == "sub_port") return num_attr(val, 255, &p.sub_port);
+    if (name == "width") return num_attr(val, 4, &p.width);
+    if (name == "speed_cap") return num_attr(val, 255, &p.speed_cap);
+    if (name == "width_cap") return num_attr(val, 255, &p.width_cap);
+    if (name == "speed_admin") return (p.speed_admin_set = true, num_attr(val, 255, &p.speed_admin));
+    if (name == "width_admin") return (p.width_admin_set = true, num_attr(val, 255, &p.width_admin));
+    if (name == "max_mtu") return num_attr(val, 0xffff, &p.max_mtu);
+    if (name == "admin_mtu") return (p.mtu_admin_set = true, num_attr(val, 0xffff, &p.admin_mtu));
+    if (name == "vl_cap") return num_attr(val, 15, &p.vl_cap);
+    if (name == "vl_admin") return (p.vl_admin_set = true, num_attr(val, 15, &p.vl_admin));
+    if (name == "fec_auto") return num_attr(val, UINT32_MAX, &p.fec_auto);
+    return false;
+}
+
+bool apply_module_attr(Module &m, const std::string &name, const std::string &val)
+{
+    if (name == "present") return parse_bool(val, &m.present);
+    if (name == "type") {
+        if (val == "qsfp") {
+            m.qsfp28 = false;
+        } else if (val == "qsfp28") {
+            m.qsfp28 = true;
+        } else {
+            return false;
+        }
+        return true;
+    }
+    if (name == "vendor") {
+        m.vendor = val;
+        return true;
+    }
+    if (name == "part") {
+        m.part = val;
+        return true;
+    }
+    if (name == "serial") {
+        m.serial = val;
+        return true;
+    }
+    if (name == "length") return num_attr(val, 255, &m.length);
+    return false;
+}
+
+bool split_attr(const std::string &tok, std::string *name, std::string *val)
+{
+    size_t eq = tok.find('=');
+    if (eq == std::string::npos || eq == 0) {
+        return false;
+    }
+    *name = tok.substr(0, eq);
+    *val = tok.substr(eq + 1);
+    return true;
+}
+
+bool parse_model(const std::string &text, std::map<unsigned, Device> *ret, std::string *why)
+{
+    std::map<unsigned, Device> devs;
+    std::istringstream in(text);
+    std::string line;
+    int lineno = 0;
+    std::vector<std::string> tok;
+    auto fail = [&](const std::string &reason) {
+        if (why) {
+            *why = "line " + std::to_string(lineno) + ": " + reason;
+        }
+        return false;
+    };
+    while (std::getline(in, line)) {
+        ++lineno;
+        std::string tok_why;
+        if (!tokenize(line, &tok, &tok_why)) {
+            return fail(tok_why);
+        }
+        if (tok.empty()) {
+            continue;
+        }
+        const std::string &kind = tok[0];
+        if (kind != "device" && kind != "port" && kind != "module") {
+            return fail("unknown statement '" + kind + "'");
+        }
+        uint64_t dev_id = 0;
+        if (tok.size() < 2 || !parse_num(tok[1], &dev_id) || dev_id > 216) {
+            return fail("bad device id");
+        }
+        if (kind == "device") {
+            Device &d = devs[static_cast<unsigned>(dev_id)];
+            d.id = static_cast<uint8_t>(dev_id);
+            for (size_t i = 2; i < tok.size(); ++i) {
+                std::string n, v;
+                if (!split_attr(tok[i], &n, &v) || !apply_device_attr(d, n, v)) {
+                    return fail("bad device attribute '" + tok[i] + "'");
+                }
+            }
+            continue;
+        }
+        auto dit = devs.find(static_cast<unsigned>(dev_id));
+        if (dit == devs.end()) {
+            return fail("device " + std::to_string(dev_id) + " not declared");
+        }
+        unsigned first = 0, last = 0;
+        if (tok.size() < 3 ||
+            !parse_range(tok[2], kind == "port" ? 254 : 255, &first, &last) ||
+            (kind == "port" && first == 0)) {
+            return fail("bad " + kind + " range");
+        }
+        for (unsigned k = first; k <= last; ++k) {
+            bool is_new = false;
+            if (kind == "port") {
+                is_new = dit->second.ports.find(k) == dit->second.ports.end();
+                Port &p = dit->second.ports[k];
+                if (is_new) {
+                    p.ib_port = static_cast<uint8_t>(k);
+                }
+            } else {
+                dit->second.modules[k];
+            }
+            for (size_t i = 3; i < tok.size(); ++i) {
+                std::string n, v;
+                bool ok = split_attr(tok[i], &n, &v);
+                if (ok && kind == "port") {
+                    ok = apply_port_attr(dit->second.ports[k], k, n, v);
+                } else if (ok) {
+                    ok = apply_module_attr(dit->second.modules[k], n, v);
+                }
+                if (!ok) {
+                    return fail("bad " + kind + " attribute '" + tok[i] + "'");
+                }
+            }
+        }
+    }
+    // Settle what the attributes imply: administrative values default to the
+    // capabilities, modules get their EEPROM and every cage a module record.
+    for (auto &[id, d] : devs) {
+        for (auto &[lp, p] : d.ports) {
+            if (!p.speed_admin_set) p.speed_admin = p.speed_cap;
+            if (!p.width_admin_set) p.width_admin = p.width_cap;
+            if (!p.mtu_admin_set) p.admin_mtu = p.max_mtu;
+            if (!p.vl_admin_set) p.vl_admin = p.vl_cap;
+            if (p.module >= 0) {
+                d.modules.try_emplace(static_cast<unsigned>(p.module));
+            }
+        }
+        for (auto &[idx, m] : d.modules) {
+            build_eeprom(m, id, idx);
+        }
+        Identity &ident = d.identity[0];
+        ident.node_guid = d.node_guid;
+        ident.system_image_guid = d.system_image_guid;
+        memcpy(ident.node_description.data(), d.ndesc.data(), d.ndesc.size());
+    }
+    *ret = std::move(devs);
+    return true;
+}
+
+// ---------------------------------------------------------------------------
+// Port behaviour.
+
+bool port_link_up(const Device &d, const Port &p)
+{
+    if (p.admin_status != VQD_PORT_ADMIN_STATUS_UP && p.admin_status != VQD_PORT_ADMIN_STATUS_UP_ONCE) {
+        return false;
+    }
+    if ((p.speed_admin & p.speed_cap) == 0 || (p.width_admin & p.width_cap) == 0) {
+        return false;
+    }
+    if (p.module < 0) {
+        return true;
+    }
+    auto it = d.modules.find(static_cast<unsigned>(p.module));
+    return it != d.modules.end() && it->second.present && it->second.admin_status == 1;
+}
+
+uint8_t highest_bit(uint8_t v)
+{
+    uint8_t r = 0;
+    for (int b = 0; b < 8; ++b) {
+        if (v & (1u << b)) {
+            r = static_cast<uint8_t>(1u << b);
+        }
+    }
+    return r;
+}
+
+uint32_t fec_active(const Port &p)
+{
+    if (p.port_profile_mode & 0x3) {
+        return p.fec_auto;
+    }
+    switch (p.static_port_profile) {
+    case 7:
+        return 1;  // no FEC
+    case 8:
+        return 4;  // standard RS FEC
+    default:
+        return p.fec_auto;
+    }
+}
+
+// ---------------------------------------------------------------------------
+// Journal fields of each record.
+
+using Fields = std::vector<std::pair<std::string, uint64_t>>;
+
+#define F(name) out.emplace_back(#name, static_cast<uint64_t>(r.name))
+
+Fields fields_of(const ku_ptys_reg &r)
+{
+    Fields out;
+    F(local_port); F(proto_mask); F(ib_proto_capability); F(eth_proto_admin); F(fc_proto_admin);
+    F(ib_proto_admin); F(ib_proto_oper);
+    return out;
+}
+Fields fields_of(const ku_pplm_reg &r)
+{
+    Fields out;
+    F(local_port); F(port_profile_mode); F(static_port_profile); F(active_port_profile);
+    F(retransmission_active); F(fec_mode_active); F(fec_override_admin_100g);
+    F(fec_override_admin_50g); F(fec_override_admin_25g); F(fec_override_admin_10g_40g);
+    return out;
+}
+Fields fields_of(const ku_pmtu_reg &r)
+{
+    Fields out;
+    F(local_port); F(max_mtu); F(admin_mtu); F(oper_mtu);
+    return out;
+}
+Fields fields_of(const ku_pvlc_reg &r)
+{
+    Fields out;
+    F(local_port); F(vl_cap); F(vl_admin); F(vl_operational);
+    return out;
+}
+Fields fields_of(const ku_paos_reg &r)
+{
+    Fields out;
+    F(swid); F(local_port); F(admin_status); F(oper_status); F(ase); F(ee); F(e);
+    return out;
+}
+Fields fields_of(const ku_mcia_reg &r)
+{
+    Fields out;
+    F(l); F(module); F(status); F(i2c_device_address); F(page_number); F(device_address); F(size);
+    return out;
+}
+Fields fields_of(const ku_plib_reg &r)
+{
+    Fields out;
+    F(local_port); F(ib_port);
+    return out;
+}
+Fields fields_of(const ku_pmaos_reg &r)
+{
+    Fields out;
+    F(module); F(admin_status); F(oper_status); F(ase); F(ee); F(e);
+    return out;
+}
+Fields fields_of(const ku_pmlp_reg &r)
+{
+    Fields out;
+    F(use_different_rx_tx); F(local_port); F(width);
+    for (int i = 0; i < 4; ++i) {
+        out.emplace_back("module_" + std::to_string(i), r.module[i]);
+        out.emplace_back("lane_" + std::to_string(i), r.lane[i]);
+    }
+    return out;
+}
+Fields fields_of(const ku_pmpc_reg &r)
+{
+    Fields out;
+    for (int i = 0; i < 8; ++i) {
+        out.emplace_back("module_state_updated_bitmap_" + std::to_string(i),
+                         r.module_state_updated_bitmap[i]);
+    }
+    return out;
+}
+Fields fields_of(const ku_spzr_reg &r)
+{
+    Fields out;
+    F(swid); F(ndm); F(sig); F(ng); F(g0); F(cm); F(vk); F(mp); F(capability_mask);
+    F(system_image_guid_h_l); F(guid0_h_l); F(node_guid_h_l);
+    if (r.ndm) {
+        char text[65];
+        memcpy(text, r.NodeDescription, 64);
+        text[64] = '\0';
+        out.emplace_back("NodeDescription_len", strlen(text));
+    }
+    return out;
+}
+Fields fields_of(const ku_pspa_reg &r)
+{
+    Fields out;
+    F(swid); F(local_port); F(sub_port);
+    return out;
+}
+Fields fields_of(const ku_system_m_key &r)
+{
+    Fields out;
+    F(system_m_key); F(dev_id);
+    return out;
+}
+
+Fields fields_of(const ku_query_board_info &r)
+{
+    Fields out;
+    F(dev_id);
+    return out;
+}
+
+#undef F
+
+// ---------------------------------------------------------------------------
+// Register semantics.  Each takes the device and the record; the command is GET or
+// SET (checked before).
+
+vqd_status_t port_of(Device &d, unsigned lp, Port **ret)
+{
+    auto it = d.ports.find(lp);
+    if (it == d.ports.end()) {
+        return VQD_STATUS_PARAM_ERROR;
+    }
+    *ret = &it->second;
+    return VQD_STATUS_SUCCESS;
+}
+
+vqd_status_t module_of(Device &d, unsigned idx, Module **ret)
+{
+    auto it = d.modules.find(idx);
+    if (it == d.modules.end()) {
+        return VQD_STATUS_PARAM_ERROR;
+    }
+    *ret = &it->second;
+    return VQD_STATUS_SUCCESS;
+}
+
+void fill_ptys(const Device &d, const Port &p, ku_ptys_reg *r)
+{
+    r->ib_proto_capability = static_cast<uint32_t>(p.speed_cap) | (static_cast<uint32_t>(p.width_cap) << 16);
+    r->ib_proto_admin = static_cast<uint32_t>(p.speed_admin) | (static_cast<uint32_t>(p.width_admin) << 16);
+    r->ib_proto_oper = 0;
+    if (port_link_up(d, p)) {
+        r->ib_proto_oper = static_cast<uint32_t>(highest_bit(p.speed_admin & p.speed_cap)) |
+                           (static_cast<uint32_t>(highest_bit(p.width_admin & p.width_cap)) << 16);
+    }
+    r->eth_proto_capability = r->fc_proto_capability = 0;
+    r->eth_proto_admin = r->fc_proto_admin = r->eth_proto_oper = r->fc_proto_oper = 0;
+}
+
+vqd_status_t do_ptys(Device &d, vqd_access_cmd_t cmd, const vqd_reg_meta_t &, ku_ptys_reg *r)
+{
+    Port *p = nullptr;
+    vqd_status_t st = port_of(d, r->local_port, &p);
+    if (st != VQD_STATUS_SUCCESS) return st;
+    if (!(r->proto_mask & reg_ptys_proto_mask_ib)) return VQD_STATUS_PARAM_ERROR;
+    if (cmd == VQD_ACCESS_CMD_SET) {
+        uint8_t speed = static_cast<uint8_t>(r->ib_proto_admin & 0xff);
+        uint8_t width = static_cast<uint8_t>((r->ib_proto_admin >> 16) & 0xff);
+        // The firmware refuses a configuration the port can't run at all.
+        if ((speed & p->speed_cap) == 0 || (width & p->width_cap) == 0) {
+            return VQD_STATUS_FW_ERROR;
+        }
+        p->speed_admin = speed;
+        p->width_admin = width;
+        return VQD_STATUS_SUCCESS;
+    }
+    fill_ptys(d, *p, r);
+    return VQD_STATUS_SUCCESS;
+}
+
+vqd_status_t do_pplm(Device &d, vqd_access_cmd_t cmd, const vqd_reg_meta_t &, ku_pplm_reg *r)
+{
+    if (!d.pplm) return VQD_STATUS_CMD_UNSUPPORTED;
+    Port *p = nullptr;
+    vqd_status_t st = port_of(d, r->local_port, &p);
+    if (st != VQD_STATUS_SUCCESS) return st;
+    if (cmd == VQD_ACCESS_CMD_SET) {
+        p->port_profile_mode = r->port_profile_mode;
+        p->static_port_profile = r->static_port_profile;
+        p->fec_override_admin[0] = r->fec_override_admin_100g;
+        p->fec_override_admin[1] = r->fec_override_admin_50g;
+        p->fec_override_admin[2] = r->fec_override_admin_25g;
+        p->fec_override_admin[3] = r->fec_override_admin_10g_40g;
+        return VQD_STATUS_SUCCESS;
+    }
+    r->port_profile_mode = p->port_profile_mode;
+    r->static_port_profile = p->static_port_profile;
+    r->active_port_profile = (p->port_profile_mode & 0x3) ? 0 : p->static_port_profile;
+    r->retransmission_active = 0;
+    r->fec_mode_active = fec_active(*p);
+    r->fec_override_cap_100g = r->fec_override_cap_50g = r->fec_override_cap_25g = 0x7;
+    r->fec_override_cap_10g_40g = 0x3;
+    r->fec_override_admin_100g = p->fec_override_admin[0];
+    r->fec_override_admin_50g = p->fec_override_admin[1];
+    r->fec_override_admin_25g = p->fec_override_admin[2];
+    r->fec_override_admin_10g_40g = p->fec_override_admin[3];
+    return VQD_STATUS_SUCCESS;
+}
+
+vqd_status_t do_pmtu(Device &d, vqd_access_cmd_t cmd, const vqd_reg_meta_t &, ku_pmtu_reg *r)
+{
+    Port *p = nullptr;
+    vqd_status_t st = port_of(d, r->local_port, &p);
+    if (st != VQD_STATUS_SUCCESS) return st;
+    if (cmd == VQD_ACCESS_CMD_SET) {
+        if (r->admin_mtu == 0 || r->admin_mtu > p->max_mtu) return VQD_STATUS_PARAM_ERROR;
+        p->admin_mtu = r->admin_mtu;
+        return VQD_STATUS_SUCCESS;
+    }
+    r->max_mtu = p->max_mtu;
+    r->admin_mtu = p->admin_mtu;
+    r->oper_mtu = p->admin_mtu;
+    return VQD_STATUS_SUCCESS;
+}
+
+vqd_status_t do_pvlc(Device &d, vqd_access_cmd_t cmd, const vqd_reg_meta_t &, ku_pvlc_reg *r)
+{
+    Port *p = nullptr;
+    vqd_status_t st = port_of(d, r->local_port, &p);
+    if (st != VQD_STATUS_SUCCESS) return st;
+    if (cmd == VQD_ACCESS_CMD_SET) {
+        if (r->vl_admin == 0 || r->vl_admin > p->vl_cap) return VQD_STATUS_PARAM_ERROR;
+        p->vl_admin = r->vl_admin;
+        return VQD_STATUS_SUCCESS;
+    }
+    r->vl_cap = p->vl_cap;
+    r->vl_admin = p->vl_admin;
+    r->vl_operational = p->vl_admin;
+    return VQD_STATUS_SUCCESS;
+}
+
+vqd_status_t do_paos(Device &d, vqd_access_cmd_t cmd, const vqd_reg_meta_t &, ku_paos_reg *r)
+{
+    Port *p = nullptr;
+    vqd_status_t st = port_of(d, r->local_port, &p);
+    if (st != VQD_STATUS_SUCCESS) return st;
+    if (cmd == VQD_ACCESS_CMD_SET) {
+        if (r->ase) {
+            if (r->admin_status < VQD_PORT_ADMIN_STATUS_UP || r->admin_status > VQD_PORT_ADMIN_STATUS_DISABLED) {
+                return VQD_STATUS_PARAM_ERROR;
+            }
+            p->admin_status = r->admin_status;
+        }
+        if (r->ee) {
+            p->e = r->e;
+        }
+        return VQD_STATUS_SUCCESS;
+    }
+    r->swid = p->swid;
+    r->admin_status = p->admin_status;
+    r->oper_status = port_link_up(d, *p) ? VQD_PORT_OPER_STATUS_UP : VQD_PORT_OPER_STATUS_DOWN;
+    r->ase = 0;
+    r->ee = 0;
+    r->e = p->e;
+    return VQD_STATUS_SUCCESS;
+}
+
+vqd_status_t do_mcia(Device &d, vqd_access_cmd_t cmd, const vqd_reg_meta_t &, ku_mcia_reg *r)
+{
+    Module *m = nullptr;
+    vqd_status_t st = module_of(d, r->module, &m);
+    if (st != VQD_STATUS_SUCCESS) return st;
+    uint8_t i2c = r->i2c_device_address;
+    if ((i2c != 0 && i2c != 0x50) || r->size > 48 || r->device_address + r->size > 256) {
+        return VQD_STATUS_PARAM_ERROR;
+    }
+    if (!m->present) {
+        r->status = 0x3;  // no module present; the access itself succeeds
+        return VQD_STATUS_SUCCESS;
+    }
+    r->status = 0;
+    uint8_t bytes[48] = {0};
+    bool upper_page00 = r->device_address >= 128 ? r->page_number == 0 : true;
+    if (cmd == VQD_ACCESS_CMD_SET) {
+        if (!upper_page00) return VQD_STATUS_PARAM_ERROR;
+        memcpy(bytes, &r->dword_0, sizeof(bytes));
+        for (unsigned i = 0; i < r->size; ++i) {
+            m->eeprom[r->device_address + i] = bytes[i];
+        }
+        return VQD_STATUS_SUCCESS;
+    }
+    for (unsigned i = 0; i < r->size; ++i) {
+        bytes[i] = upper_page00 ? m->eeprom[r->device_address + i] : 0;
+    }
+    // The dwords carry the bytes in wire (network) order.
+    memcpy(&r->dword_0, bytes, sizeof(bytes));
+    return VQD_STATUS_SUCCESS;
+}
+
+vqd_status_t do_plib(Device &d, vqd_access_cmd_t cmd, const vqd_reg_meta_t &, ku_plib_reg *r)
+{
+    Port *p = nullptr;
+    vqd_status_t st = port_of(d, r->local_port, &p);
+    if (st != VQD_STATUS_SUCCESS) return st;
+    if (cmd == VQD_ACCESS_CMD_SET) {
+        p->ib_port = r->ib_port;
+    } else {
+        r->ib_port = p->ib_port;
+    }
+    return VQD_STATUS_SUCCESS;
+}
+
+vqd_status_t do_pmaos(Device &d, vqd_access_cmd_t cmd, const vqd_reg_meta_t &, ku_pmaos_reg *r)
+{
+    Module *m = nullptr;
+    vqd_status_t st = module_of(d, r->module, &m);
+    if (st != VQD_STATUS_SUCCESS) return st;
+    if (cmd == VQD_ACCESS_CMD_SET) {
+        if (r->ase) m->admin_status = r->admin_status;
+        if (r->ee) m->e = r->e;
+        return VQD_STATUS_SUCCESS;
+    }
+    r->admin_status = m->admin_status;
+    // 1 plugged and enabled, 2 unplugged, 3 plugged but disabled.
+    r->oper_status = !m->present ? 2 : (m->admin_status == 1 ? 1 : 3);
+    r->e = m->e;
+    r->ase = r->ee = 0;
+    return VQD_STATUS_SUCCESS;
+}
+
+vqd_status_t do_pmlp(Device &d, vqd_access_cmd_t cmd, const vqd_reg_meta_t &, ku_pmlp_reg *r)
+{
+    Port *p = nullptr;
+    vqd_status_t st = port_of(d, r->local_port, &p);
+    if (st != VQD_STATUS_SUCCESS) return st;
+    if (cmd == VQD_ACCESS_CMD_SET) {
+        if (r->width > 4) return VQD_STATUS_PARAM_ERROR;
+        p->width = r->width;
+        p->use_different_rx_tx = r->use_different_rx_tx;
+        memcpy(p->lane.data(), r->lane, 4);
+        memcpy(p->rx_lane.data(), r->rx_lane, 4);
+        memcpy(p->lane_module.data(), r->module, 4);
+        return VQD_STATUS_SUCCESS;
+    }
+    r->width = p->width;
+    r->use_different_rx_tx = p->use_different_rx_tx;
+    memcpy(r->lane, p->lane.data(), 4);
+    memcpy(r->rx_lane, p->rx_lane.data(), 4);
+    memcpy(r->module, p->lane_module.data(), 4);
+    return VQD_STATUS_SUCCESS;
+}
+
+vqd_status_t do_pmpc(Device &d, vqd_access_cmd_t cmd, const vqd_reg_meta_t &, ku_pmpc_reg *r)
+{
+    if (cmd == VQD_ACCESS_CMD_SET) {
+        // Writing a bit acknowledges the change of that module.
+        for (int i = 0; i < 8; ++i) {
+            d.pmpc[i] &= ~r->module_state_updated_bitmap[i];
+        }
+        return VQD_STATUS_SUCCESS;
+    }
+    memcpy(r->module_state_updated_bitmap, d.pmpc.data(), sizeof(r->module_state_updated_bitmap));
+    return VQD_STATUS_SUCCESS;
+}
+
+vqd_status_t do_spzr(Device &d, vqd_access_cmd_t cmd, const vqd_reg_meta_t &, ku_spzr_reg *r)
+{
+    if (r->swid > 7) return VQD_STATUS_PARAM_ERROR;
+    Identity &id = d.identity[r->swid];
+    if (cmd == VQD_ACCESS_CMD_SET) {
+        if (r->ndm) memcpy(id.node_description.data(), r->NodeDescription, 64);
+        if (r->sig) id.system_image_guid = r->system_image_guid_h_l;
+        if (r->ng) id.node_guid = r->node_guid_h_l;
+        if (r->g0) id.guid0 = r->guid0_h_l;
+        if (r->cm) id.capability_mask = r->capability_mask;
+        if (r->vk) {
+            id.v_key_h = r->v_key_h;
+            id.v_key_l = r->v_key_l;
+        }
+        if (r->mp) id.max_pkey = r->max_pkey;
+        return VQD_STATUS_SUCCESS;
+    }
+    memcpy(r->NodeDescription, id.node_description.data(), 64);
+    r->system_image_guid_h_l = id.system_image_guid;
+    r->node_guid_h_l = id.node_guid;
+    r->guid0_h_l = id.guid0;
+    r->capability_mask = id.capability_mask;
+    r->v_key_h = id.v_key_h;
+    r->v_key_l = id.v_key_l;
+    r->max_pkey = id.max_pkey;
+    return VQD_STATUS_SUCCESS;
+}
+
+vqd_status_t do_pspa(Device &d, vqd_access_cmd_t cmd, const vqd_reg_meta_t &, ku_pspa_reg *r)
+{
+    Port *p = nullptr;
+    vqd_status_t st = port_of(d, r->local_port, &p);
+    if (st != VQD_STATUS_SUCCESS) return st;
+    if (cmd == VQD_ACCESS_CMD_SET) {
+        if (r->swid > 7 && r->swid != 255) return VQD_STATUS_PARAM_ERROR;
+        p->swid = r->swid;
+        p->sub_port = r->sub_port;
+        return VQD_STATUS_SUCCESS;
+    }
+    r->swid = p->swid;
+    r->sub_port = p->sub_port;
+    return VQD_STATUS_SUCCESS;
+}
+
+// ---------------------------------------------------------------------------
+// Access plumbing.
+
+int key_of(const ku_ptys_reg &r) { return r.local_port; }
+int key_of(const ku_pplm_reg &r) { return r.local_port; }
+int key_of(const ku_pmtu_reg &r) { return r.local_port; }
+int key_of(const ku_pvlc_reg &r) { return r.local_port; }
+int key_of(const ku_paos_reg &r) { return r.local_port; }
+int key_of(const ku_mcia_reg &r) { return r.module; }
+int key_of(const ku_plib_reg &r) { return r.local_port; }
+int key_of(const ku_pmaos_reg &r) { return r.module; }
+int key_of(const ku_pmlp_reg &r) { return r.local_port; }
+int key_of(const ku_pmpc_reg &) { return -1; }
+int key_of(const ku_spzr_reg &r) { return r.swid; }
+int key_of(const ku_pspa_reg &r) { return r.local_port; }
+
+std::string upper(std::string s)
+{
+    for (char &c : s) c = static_cast<char>(toupper(static_cast<unsigned char>(c)));
+    return s;
+}
+
+// Takes one matching fault, if any; the caller holds the lock.
+bool take_fault(State &s, const std::string &reg, unsigned dev, int key, vqd_status_t *ret)
+{
+    for (auto it = s.faults.begin(); it != s.faults.end(); ++it) {
+        if (it->reg == reg && it->dev == dev && (it->key < 0 || it->key == key)) {
+            *ret = it->status;
+            if (--it->count == 0) {
+                s.faults.erase(it);
+            }
+            return true;
+        }
+    }
+    return false;
+}
+
+void record(State &s, JournalEntry &&e)
+{
+    e.seq = ++s.seq;
+    if (s.journal_file) {
+        fprintf(s.journal_file, "%s\n", e.to_string().c_str());
+        fflush(s.journal_file);
+    }
+    if (s.journal.size() >= kJournalKeep) {
+        s.journal.pop_front();
+    }
+    s.journal.push_back(std::move(e));
+}
+
+// One access of `reg` on device `dev`: journal, faults, then the register itself.
+template <class Rec, class Fn>
+vqd_status_t access_one(const char *reg, int raw_cmd, unsigned dev, unsigned swid, Rec *rec, Fn &&fn,
+                        int key)
+{
+    State &s = state();
+    JournalEntry e;
+    const vqd_access_cmd_t cmd =
+        (raw_cmd >= VQD_ACCESS_CMD_MIN && raw_cmd <= VQD_ACCESS_CMD_MAX) ? static_cast<vqd_access_cmd_t>(raw_cmd)
+                                                                         : VQD_ACCESS_CMD_MIN;
+    e.reg = reg;
+    e.cmd = raw_cmd;
+    e.dev = dev;
+    e.swid = swid;
+    e.key = key;
+    e.fields = fields_of(*rec);
+    vqd_status_t st = VQD_STATUS_SUCCESS;
+    auto dit = s.devices.find(dev);
+    if (raw_cmd != VQD_ACCESS_CMD_GET && raw_cmd != VQD_ACCESS_CMD_SET) {
+        st = (raw_cmd >= VQD_ACCESS_CMD_MIN && raw_cmd <= VQD_ACCESS_CMD_MAX) ? VQD_STATUS_CMD_UNSUPPORTED
+                                                                              : VQD_STATUS_INVALID_ACCESS_CMD;
+    } else if (dit == s.devices.end()) {
+        st = VQD_STATUS_NO_PATH_TO_DEVICE;
+    } else if (take_fault(s, reg, dev, key, &st)) {
+        // A failed access leaves the record in no defined state; make that visible.
+        memset(static_cast<void *>(rec), 0xa5, sizeof(*rec));
+        sim_log(VQ_LOG_SEVERITY_NOTICE, "injected failure of %s %s on device %u key %d: %d",
+                reg, VQD_ACCESS_CMD_STR(raw_cmd), dev, key, static_cast<int>(st));
+    } else {
+        st = fn(dit->second, cmd, *rec);
+    }
+    e.status = static_cast<int>(st);
+    record(s, std::move(e));
+    return st;
+}
+
+template <class Rec>
+using RegFn = vqd_status_t (*)(Device &, vqd_access_cmd_t, const vqd_reg_meta_t &, Rec *);
+
+template <class Rec>
+vqd_status_t access_reg(const char *reg, Rec *recs, vqd_reg_meta_t *meta, uint32_t count,
+                        vqd_completion_handler_t handler, void *context, RegFn<Rec> fn)
+{
+    State &s = state();
+    std::lock_guard<std::recursive_mutex> lock(s.mu);
+    if (!s.open) {
+        return VQD_STATUS_NOT_INITIALIZED;
+    }
+    if (recs == nullptr || meta == nullptr || count == 0) {
+        return VQD_STATUS_PARAM_ERROR;
+    }
+    vqd_status_t last = VQD_STATUS_SUCCESS;
+    for (uint32_t i = 0; i < count; ++i) {
+        const vqd_reg_meta_t &m = meta[i];
+        Rec *rec = &recs[i];
+        int raw_cmd = 0;  // read as a number: callers may pass values outside the enumeration
+        static_assert(sizeof(raw_cmd) == sizeof(m.access_cmd));
+        memcpy(&raw_cmd, &m.access_cmd, sizeof(raw_cmd));
+        vqd_status_t st = access_one(
+            reg, raw_cmd, m.dev_id, m.swid, rec,
+            [&](Device &d, vqd_access_cmd_t cmd, Rec &r) { return fn(d, cmd, m, &r); }, key_of(*rec));
+        if (handler) {
+            handler(st, rec, &meta[i], context);
+        }
+        if (st != VQD_STATUS_SUCCESS) {
+            last = st;
+        }
+    }
+    return last;
+}
+
+void close_journal_file(State &s)
+{
+    if (s.journal_file) {
+        fclose(s.journal_file);
+        s.journal_file = nullptr;
+    }
+}
+
+// Statuses beyond the known ones stay within what the enumeration can hold.
+constexpr uint64_t kMaxStatusValue = 31;
+
+bool parse_status(const std::string &text, vqd_status_t *ret)
+{
+    uint64_t v = 0;
+    if (!parse_num(text, &v) || v > kMaxStatusValue) {
+        return false;
+    }
+    *ret = static_cast<vqd_status_t>(v);
+    return true;
+}
+
+// Applies a configuration text; the caller holds the lock.
+bool apply_config(State &s, const std::string &text, std::string *why)
+{
+    std::map<unsigned, Device> devs;
+    std::string model_why;
+    bool have_model = false;
+    std::string journal_path;
+    std::deque<Fault> faults;
+    std::istringstream in(text);
+    std::string line;
+    int lineno = 0;
+    std::vector<std::string> tok;
+    auto fail = [&](const std::string &reason) {
+        if (why) *why = "line " + std::to_string(lineno) + ": " + reason;
+        return false;
+    };
+    while (std::getline(in, line)) {
+        ++lineno;
+        std::string tw;
+        if (!tokenize(line, &tok, &tw)) return fail(tw);
+        if (tok.empty()) continue;
+        if (tok[0] == "model" && tok.size() == 2) {
+            std::string model_text;
+            if (tok[1].rfind("builtin:", 0) == 0) {
+                const char *t = builtin_model_text(tok[1].substr(8));
+                if (!t) return fail("no built-in model '" + tok[1].substr(8) + "'");
+                model_text = t;
+            } else {
+                std::ifstream f(tok[1]);
+                if (!f) return fail("can't read model file " + tok[1]);
+                std::stringstream ss;
+                ss << f.rdbuf();
+                model_text = ss.str();
+            }
+            if (!parse_model(model_text, &devs, &model_why)) {
+                return fail("model " + tok[1] + ": " + model_why);
+            }
+            have_model = true;
+        } else if (tok[0] == "journal" && tok.size() == 2) {
+            journal_path = tok[1];
+        } else if (tok[0] == "fault" && tok.size() == 6) {
+            Fault f;
+            uint64_t dev = 0, count = 0, key = 0;
+            f.reg = upper(tok[1]);
+            if (!parse_num(tok[2], &dev) || !parse_num(tok[4], &count) ||
+                !parse_status(tok[5], &f.status)) {
+                return fail("bad fault");
+            }
+            if (tok[3] == "*") {
+                f.key = -1;
+            } else if (parse_num(tok[3], &key)) {
+                f.key = static_cast<int>(key);
+            } else {
+                return fail("bad fault key");
+            }
+            f.dev = static_cast<unsigned>(dev);
+            f.count = static_cast<unsigned>(count);
+            if (f.count) faults.push_back(f);
+        } else {
+            return fail("unknown setting '" + tok[0] + "'");
+        }
+    }
+    if (!have_model && !parse_model(builtin_model_text(kDefaultModel), &devs, &model_why)) {
+        return fail("built-in model: " + model_why);
+    }
+    FILE *jf = nullptr;
+    if (!journal_path.empty()) {
+        jf = fopen(journal_path.c_str(), "a");
+        if (!jf) return fail("can't open journal " + journal_path + ": " + strerror(errno));
+    }
+    close_journal_file(s);
+    s.journal_file = jf;
+    s.devices = std::move(devs);
+    s.faults = std::move(faults);
+    s.journal.clear();
+    return true;
+}
+
+}  // namespace
+
+// ---------------------------------------------------------------------------
+// Controls.
+
+bool JournalEntry::has(const std::string &name) const
+{
+    return std::any_of(fields.begin(), fields.end(), [&](const auto &f) { return f.first == name; });
+}
+
+uint64_t JournalEntry::field(const std::string &name, uint64_t dflt) const
+{
+    for (const auto &[n, v] : fields) {
+        if (n == name) return v;
+    }
+    return dflt;
+}
+
+std::string JournalEntry::to_string() const
+{
+    std::ostringstream o;
+    o << seq << ' ' << reg << ' ' << VQD_ACCESS_CMD_STR(cmd) << " dev=" << dev << " swid=" << swid
+      << " key=" << key << " status=" << status;
+    for (const auto &[n, v] : fields) {
+        o << ' ' << n << "=0x" << std::hex << v << std::dec;
+    }
+    return o.str();
+}
+
+void reset()
+{
+    State &s = state();
+    std::lock_guard<std::recursive_mutex> lock(s.mu);
+    close_journal_file(s);
+    parse_model(builtin_model_text(kDefaultModel), &s.devices, nullptr);
+    s.journal.clear();
+    s.faults.clear();
+    s.open = true;
+}
+
+bool load_model_text(const std::string &text, std::string *ret_why)
+{
+    State &s = state();
+    std::lock_guard<std::recursive_mutex> lock(s.mu);
+    return parse_model(text, &s.devices, ret_why);
+}
+
+bool load_model_file(const std::string &path, std::string *ret_why)
+{
+    std::ifstream f(path);
+    if (!f) {
+        if (ret_why) *ret_why = "can't read " + path;
+        return false;
+    }
+    std::stringstream ss;
+    ss << f.rdbuf();
+    return load_model_text(ss.str(), ret_why);
+}
+
+bool load_config_file(const std::string &path, std::string *ret_why)
+{
+    std::ifstream f(path);
+    if (!f) {
+        if (ret_why) *ret_why = "can't read " + path;
+        return false;
+    }
+    std::stringstream ss;
+    ss << f.rdbuf();
+    State &s = state();
+    std::lock_guard<std::recursive_mutex> lock(s.mu);
+    return apply_config(s, ss.str(), ret_why);
+}
+
+void set_config_path(const std::string &path)
+{
+    State &s = state();
+    std::lock_guard<std::recursive_mutex> lock(s.mu);
+    s.config_path = path;
+}
+
+bool is_open()
+{
+    State &s = state();
+    std::lock_guard<std::recursive_mutex> lock(s.mu);
+    return s.open;
+}
+
+std::vector<JournalEntry> journal()
+{
+    State &s = state();
+    std::lock_guard<std::recursive_mutex> lock(s.mu);
+    return std::vector<JournalEntry>(s.journal.begin(), s.journal.end());
+}
+
+std::vector<JournalEntry> journal_of(const std::string &reg)
+{
+    std::vector<JournalEntry> out;
+    std::string r = upper(reg);
+    for (auto &e : journal()) {
+        if (e.reg == r) out.push_back(e);
+    }
+    return out;
+}
+
+void clear_journal()
+{
+    State &s = state();
+    std::lock_guard<std::recursive_mutex> lock(s.mu);
+    s.journal.clear();
+}
+
+void inject_fault(const std::string &reg, unsigned dev, int key, unsigned count, vqd_status_t status)
+{
+    if (count == 0) return;
+    State &s = state();
+    std::lock_guard<std::recursive_mutex> lock(s.mu);
+    s.faults.push_back(Fault{upper(reg), dev, key, count, status});
+}
+
+void clear_faults()
+{
+    State &s = state();
+    std::lock_guard<std::recursive_mutex> lock(s.mu);
+    s.faults.clear();
+}
+
+bool set_module_present(unsigned dev, unsigned module, bool present)
+{
+    State &s = state();
+    std::lock_guard<std::recursive_mutex> lock(s.mu);
+    auto dit = s.devices.find(dev);
+    if (dit == s.devices.end() || module > 255) return false;
+    Module *m = nullptr;
+    if (module_of(dit->second, module, &m) != VQD_STATUS_SUCCESS) return false;
+    if (m->present != present) {
+        m->present = present;
+        build_eeprom(*m, dev, module);
+        dit->second.pmpc[7 - module / 32] |= 1u << (module % 32);
+    }
+    return true;
+}
+
+bool peek_paos(unsigned dev, unsigned local_port, struct ku_paos_reg *ret_paos)
+{
+    State &s = state();
+    std::lock_guard<std::recursive_mutex> lock(s.mu);
+    auto dit = s.devices.find(dev);
+    Port *p = nullptr;
+    if (!ret_paos || dit == s.devices.end() || port_of(dit->second, local_port, &p) != VQD_STATUS_SUCCESS) {
+        return false;
+    }
+    *ret_paos = ku_paos_reg{};
+    ret_paos->local_port = static_cast<uint8_t>(local_port);
+    return do_paos(dit->second, VQD_ACCESS_CMD_GET, vqd_reg_meta_t{}, ret_paos) == VQD_STATUS_SUCCESS;
+}
+
+bool peek_ptys(unsigned dev, unsigned local_port, struct ku_ptys_reg *ret_ptys)
+{
+    State &s = state();
+    std::lock_guard<std::recursive_mutex> lock(s.mu);
+    auto dit = s.devices.find(dev);
+    Port *p = nullptr;
+    if (!ret_ptys || dit == s.devices.end() || port_of(dit->second, local_port, &p) != VQD_STATUS_SUCCESS) {
+        return false;
+    }
+    *ret_ptys = ku_ptys_reg{};
+    ret_ptys->local_port = static_cast<uint8_t>(local_port);
+    fill_ptys(dit->second, *p, ret_ptys);
+    ret_ptys->proto_mask = reg_ptys_proto_mask_ib;
+    return true;
+}
+
+bool peek_system_m_key(unsigned dev, uint64_t *ret_key)
+{
+    State &s = state();
+    std::lock_guard<std::recursive_mutex> lock(s.mu);
+    auto dit = s.devices.find(dev);
+    if (!ret_key || dit == s.devices.end() || !dit->second.m_key_set) return false;
+    *ret_key = dit->second.m_key;
+    return true;
+}
+
+}  // namespace vqdsim
+
+// ---------------------------------------------------------------------------
+// The library's entry points.
+
+using namespace vqdsim;
+
+extern "C" vqd_status_t vqd_access_reg_init(uint32_t app_id, vq_log_cb_t log_cb, uint32_t verbosity)
+{
+    State &s = state();
+    std::lock_guard<std::recursive_mutex> lock(s.mu);
+    s.log_cb = log_cb;
+    s.verbosity = verbosity;
+    if (s.open) {
+        return VQD_STATUS_SUCCESS;  // already opened in this process
+    }
+    std::string text;
+    std::ifstream f(s.config_path);
+    if (f) {
+        std::stringstream ss;
+        ss << f.rdbuf();
+        text = ss.str();
+    }
+    std::string why;
+    if (!apply_config(s, text, &why)) {
+        sim_log(VQ_LOG_SEVERITY_ERROR, "configuration %s: %s", s.config_path.c_str(), why.c_str());
+        return VQD_STATUS_ERROR;
+    }
+    s.open = true;
+    // Debug level only: the daemon's log at start-up is kept short.
+    sim_log(VQ_LOG_SEVERITY_DEBUG, "register access opened for client %u: %zu device(s)%s", app_id,
+            s.devices.size(), f ? "" : ", built-in model");
+    return VQD_STATUS_SUCCESS;
+}
+
+extern "C" vqd_status_t vqd_access_reg_deinit(void)
+{
+    State &s = state();
+    std::lock_guard<std::recursive_mutex> lock(s.mu);
+    if (!s.open) {
+        return VQD_STATUS_NOT_INITIALIZED;
+    }
+    s.open = false;
+    close_journal_file(s);
+    s.log_cb = nullptr;
+    return VQD_STATUS_SUCCESS;
+}
+
+#define VQD_ACCESS_REG_DEF(name, record, label)                                                    \
+    extern "C" vqd_status_t vqd_access_reg_##name(struct record *reg_data, vqd_reg_meta_t *reg_meta, \
+                                                  uint32_t data_num, vqd_completion_handler_t handler, \
+                                                  void *handler_context)                          \
+    {                                                                                              \
+        return access_reg<record>(label, reg_data, reg_meta, data_num, handler, handler_context,   \
+                                  do_##name);                                                      \
+    }
+
+VQD_ACCESS_REG_DEF(ptys, ku_ptys_reg, "PTYS")
+VQD_ACCESS_REG_DEF(pplm, ku_pplm_reg, "PPLM")
+VQD_ACCESS_REG_DEF(pmtu, ku_pmtu_reg, "PMTU")
+VQD_ACCESS_REG_DEF(pvlc, ku_pvlc_reg, "PVLC")
+VQD_ACCESS_REG_DEF(paos, ku_paos_reg, "PAOS")
+VQD_ACCESS_REG_DEF(plib, ku_plib_reg, "PLIB")
+VQD_ACCESS_REG_DEF(pmlp, ku_pmlp_reg, "PMLP")
+VQD_ACCESS_REG_DEF(pmaos, ku_pmaos_reg, "PMAOS")
+VQD_ACCESS_REG_DEF(pmpc, ku_pmpc_reg, "PMPC")
+VQD_ACCESS_REG_DEF(mcia, ku_mcia_reg, "MCIA")
+VQD_ACCESS_REG_DEF(spzr, ku_spzr_reg, "SPZR")
+VQD_ACCESS_REG_DEF(pspa, ku_pspa_reg, "PSPA")
+
+#undef VQD_ACCESS_REG_DEF
+
+extern "C" vqd_status_t vqd_access_reg_system_m_key_access(vqd_access_cmd_t access_cmd,
+                                                           struct ku_system_m_key *key)
+{
+    State &s = state();
+    std::lock_guard<std::recursive_mutex> lock(s.mu);
+    if (!s.open) return VQD_STATUS_NOT_INITIALIZED;
+    if (!key) return VQD_STATUS_PARAM_ERROR;
+    int raw_cmd = 0;
+    memcpy(&raw_cmd, &access_cmd, sizeof(raw_cmd));
+    return access_one(
+        "SYSTEM_M_KEY", raw_cmd, key->dev_id, 0, key,
+        [](Device &d, vqd_access_cmd_t cmd, ku_system_m_key &k) {
+            if (cmd == VQD_ACCESS_CMD_SET) {
+                d.m_key = k.system_m_key;
+                d.m_key_set = true;
+            } else {
+                k.system_m_key = d.m_key;
+            }
+            return VQD_STATUS_SUCCESS;
+        },
+        key->dev_id);
+}
+
+extern "C" vqd_status_t vqd_access_reg_query_board_info(struct ku_query_board_info *board_info)
+{
+    State &s = state();
+    std::lock_guard<std::recursive_mutex> lock(s.mu);
+    if (!s.open) return VQD_STATUS_NOT_INITIALIZED;
+    if (!board_info) return VQD_STATUS_PARAM_ERROR;
+    return access_one(
+        "BOARD_INFO", VQD_ACCESS_CMD_GET, board_info->dev_id, 0, board_info,
+        [](Device &d, vqd_access_cmd_t, ku_query_board_info &b) {
+            b.vsd_vendor_id = d.vendor_id;
+            memset(b.board_id, 0, sizeof(b.board_id));
+            memcpy(b.board_id, d.board_id.data(), std::min(d.board_id.size(), sizeof(b.board_id) - 1));
+            return VQD_STATUS_SUCCESS;
+        },
+        -1);
+}

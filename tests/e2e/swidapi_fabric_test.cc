@@ -1,0 +1,229 @@
+// The hardware access layer against the simulated fabric: sa-probe opens SWID 0's device
+// "vq_ib_0" through our umad bridge, stacked in front of the simulator's preload, and its
+// answers are compared with smpquery's for the same ports in the same fabric.
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "fabric.h"
+
+namespace {
+
+using ovd_test::Fabric;
+using ovd_test::FabricOptions;
+using ovd_test::FabricResult;
+
+// The PortInfo fields the layer decodes, in smpquery's names.
+const std::vector<std::string> k_port_fields = {
+    "Lid",           "LocalPort",       "LinkWidthEnabled", "LinkWidthSupported", "LinkWidthActive",
+    "LinkSpeedSupported", "LinkSpeedEnabled", "LinkSpeedActive", "LinkState",     "PhysLinkState",
+    "LinkDownDefState", "MtuCap",        "NeighborMTU",      "VLCap",              "OperVLs",
+};
+
+class SwidapiFabricTest : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        std::string why;
+        if (!Fabric::available(&why)) {
+            GTEST_SKIP() << "no fabric simulator: " << why;
+        }
+    }
+
+    static void start(Fabric *fabric)
+    {
+        std::string why;
+        ASSERT_TRUE(fabric->start(&why)) << why;
+    }
+
+    static FabricResult probe(Fabric *fabric, const std::vector<std::string> &args)
+    {
+        std::vector<std::string> argv = {OVD_SA_PROBE};
+        argv.insert(argv.end(), args.begin(), args.end());
+        return fabric->run_preloaded(argv, {OVD_UMAD_BRIDGE});
+    }
+
+    static std::string get(const FabricResult &r, const std::string &name)
+    {
+        return Fabric::field(r.out, name);
+    }
+
+    // PortInfo of one port at the end of a path, by sa_get_port_info and by smpquery.
+    static void expect_port_info_matches(Fabric *fabric, const std::string &path, int port)
+    {
+        SCOPED_TRACE("path " + path + " port " + std::to_string(port));
+        const FabricResult ours = probe(fabric, {"portinfo", path, std::to_string(port)});
+        ASSERT_EQ(0, ours.status) << ours.out;
+        ASSERT_EQ("0", get(ours, "status")) << ours.out;
+        const FabricResult theirs = fabric->smpquery({"-D", "portinfo", path, std::to_string(port)});
+        ASSERT_EQ(0, theirs.status) << theirs.out;
+        for (const auto &name : k_port_fields) {
+            EXPECT_NE("", get(theirs, name)) << name << "\n" << theirs.out;
+            EXPECT_EQ(get(theirs, name), get(ours, name)) << name << "\n" << ours.out;
+        }
+    }
+};
+
+TEST_F(SwidapiFabricTest, PortInfoOfTheLocalSwitchMatchesSmpquery)
+{
+    Fabric fabric;
+    ASSERT_NO_FATAL_FAILURE(start(&fabric));
+    // A port that is down differs from the others in its states.
+    ASSERT_TRUE(fabric.link_down("sw1", 2));
+    for (int port : {0, 1, 2, 4, 35}) {
+        expect_port_info_matches(&fabric, "0", port);
+    }
+    // A path of no hops needs no walk: one PortInfo, to the local node.
+    const FabricResult r = probe(&fabric, {"portinfo", "0", "3"});
+    EXPECT_EQ("1", get(r, "portinfo_queries")) << r.out;
+    EXPECT_EQ("0", get(r, "status")) << r.out;
+}
+
+TEST_F(SwidapiFabricTest, PortInfoOverDirectRoutesMatchesSmpquery)
+{
+    Fabric fabric;
+    ASSERT_NO_FATAL_FAILURE(start(&fabric));
+    expect_port_info_matches(&fabric, "0,35", 1);
+    expect_port_info_matches(&fabric, "0,35", 2);
+    expect_port_info_matches(&fabric, "0,35,1", 1);
+    // Two hops: each hop's exit port is checked before the query itself.
+    const FabricResult r = probe(&fabric, {"portinfo", "0,35,1", "1"});
+    EXPECT_EQ("3", get(r, "portinfo_queries")) << r.out;
+}
+
+TEST_F(SwidapiFabricTest, NodeInfoGuidAndLidMatchSmpquery)
+{
+    Fabric fabric;
+    ASSERT_NO_FATAL_FAILURE(start(&fabric));
+    for (const std::string path : {"0", "0,35", "0,35,1"}) {
+        SCOPED_TRACE(path);
+        const FabricResult ours = probe(&fabric, {"nodeinfo", path});
+        ASSERT_EQ("0", get(ours, "status")) << ours.out;
+        const FabricResult theirs = fabric.smpquery({"-D", "nodeinfo", path});
+        ASSERT_EQ(0, theirs.status) << theirs.out;
+        EXPECT_EQ(get(theirs, "Guid"), get(ours, "Guid"));
+        const FabricResult port0 = fabric.smpquery({"-D", "portinfo", path, "0"});
+        EXPECT_EQ(get(port0, "Lid"), get(ours, "node_lid")) << port0.out;
+    }
+    EXPECT_EQ("0x7cfe900300aa0000", get(probe(&fabric, {"nodeinfo", "0"}), "Guid"));
+    EXPECT_EQ("15", get(probe(&fabric, {"nodeinfo", "0,35,1"}), "node_lid"));
+}
+
+TEST_F(SwidapiFabricTest, NodeWithoutLid)
+{
+    Fabric fabric;
+    ASSERT_NO_FATAL_FAILURE(start(&fabric));
+    // hca4 has no LID until a subnet manager gives it one.
+    const FabricResult lid = probe(&fabric, {"lid", "0,4"});
+    EXPECT_EQ(std::to_string(77), get(lid, "status")) << lid.out;
+    EXPECT_EQ("No Lid", get(lid, "status_text"));
+    EXPECT_EQ("65535", get(lid, "lid")) << "the caller's LID is left alone";
+    const FabricResult node = probe(&fabric, {"nodeinfo", "0,4"});
+    EXPECT_EQ("0", get(node, "status")) << node.out;
+    EXPECT_EQ("0", get(node, "node_lid"));
+    EXPECT_EQ("2", get(probe(&fabric, {"lid", "0,35"}), "lid"));
+}
+
+TEST_F(SwidapiFabricTest, BrokenSecondHopStopsTheWalkAfterTwoQueries)
+{
+    Fabric fabric;
+    ASSERT_NO_FATAL_FAILURE(start(&fabric));
+    const FabricResult good = probe(&fabric, {"checkpath", "0,35,1"});
+    EXPECT_EQ("0", get(good, "status")) << good.out;
+    EXPECT_EQ("0", get(good, "failed_port"));
+    EXPECT_EQ("2", get(good, "portinfo_queries"));
+
+    // sw2's port 1 is where the path leaves the second node.
+    ASSERT_TRUE(fabric.link_down("sw2", 1));
+    const FabricResult broken = probe(&fabric, {"checkpath", "0,35,1"});
+    EXPECT_EQ(std::to_string(89), get(broken, "status")) << broken.out;
+    EXPECT_EQ("DIRECT ROUTE IS BROKEN DUE TO PORT DOWN", get(broken, "status_text"));
+    EXPECT_EQ("1", get(broken, "failed_port"));
+    EXPECT_EQ("2", get(broken, "portinfo_queries"));
+    EXPECT_NE(std::string::npos, broken.out.find("check_dr_path: Internal Port 1, DR path")) << broken.out;
+
+    // The query behind the walk is not sent.
+    const FabricResult port = probe(&fabric, {"portinfo", "0,35,1", "1"});
+    EXPECT_EQ(std::to_string(89), get(port, "status")) << port.out;
+    EXPECT_EQ("2", get(port, "portinfo_queries"));
+
+    // A first hop down ends the walk at once.
+    ASSERT_TRUE(fabric.link_down("sw1", 35));
+    const FabricResult first = probe(&fabric, {"checkpath", "0,35,1"});
+    EXPECT_EQ(std::to_string(89), get(first, "status")) << first.out;
+    EXPECT_EQ("35", get(first, "failed_port"));
+    EXPECT_EQ("1", get(first, "portinfo_queries"));
+
+    ASSERT_TRUE(fabric.link_up("sw1", 35));
+    ASSERT_TRUE(fabric.link_up("sw2", 1));
+    EXPECT_EQ("0", get(probe(&fabric, {"checkpath", "0,35,1"}), "status"));
+}
+
+TEST_F(SwidapiFabricTest, MasterSmUpWithASubnetManager)
+{
+    Fabric fabric(FabricOptions{.topology = "", .attach = "sw1", .with_sm = true, .sm_node = ""});
+    ASSERT_NO_FATAL_FAILURE(start(&fabric));
+    const FabricResult r = probe(&fabric, {"master"});
+    EXPECT_EQ("0", get(r, "status")) << r.out;
+    EXPECT_EQ("1", get(r, "master_up"));
+    EXPECT_EQ("10", get(r, "retries"));
+    EXPECT_EQ("10", get(r, "retries_after"));
+}
+
+TEST_F(SwidapiFabricTest, MasterSmDownWhenItsPortDoesNotAnswer)
+{
+    // The subnet manager runs on hca1, behind sw1's port 1.
+    Fabric fabric(FabricOptions{.topology = "", .attach = "sw1", .with_sm = true, .sm_node = "hca1"});
+    ASSERT_NO_FATAL_FAILURE(start(&fabric));
+    const FabricResult up = probe(&fabric, {"master"});
+    EXPECT_EQ("0", get(up, "status")) << up.out;
+    EXPECT_EQ("1", get(up, "master_up"));
+
+    // The switch still names it as its SM, but nothing answers at that LID.
+    fabric.stop_sm();
+    ASSERT_TRUE(fabric.link_down("sw1", 1));
+    const FabricResult down = probe(&fabric, {"master"});
+    EXPECT_EQ("0", get(down, "status")) << down.out;
+    EXPECT_EQ("0", get(down, "master_up"));
+    EXPECT_EQ("10", get(down, "retries_after"));
+}
+
+TEST_F(SwidapiFabricTest, NoSmLidKnownWithoutASubnetManager)
+{
+    Fabric fabric;
+    ASSERT_NO_FATAL_FAILURE(start(&fabric));
+    const FabricResult r = probe(&fabric, {"master"});
+    EXPECT_EQ("20", get(r, "status")) << r.out;
+    EXPECT_EQ("-1", get(r, "master_up")) << "left as the caller had it";
+    EXPECT_EQ("10", get(r, "retries_after"));
+}
+
+TEST_F(SwidapiFabricTest, BridgeMapsEverySwidDeviceAndItsSysfs)
+{
+    Fabric fabric;
+    ASSERT_NO_FATAL_FAILURE(start(&fabric));
+    const FabricResult lid = probe(&fabric, {"sysfs", "lid"});
+    EXPECT_EQ("0", get(lid, "err")) << lid.out;
+    EXPECT_EQ("0x1", get(lid, "value"));
+    EXPECT_EQ("0000:0000:0000:0000:7cfe:9003:00aa:0000", get(probe(&fabric, {"sysfs", "guid"}), "value"));
+    EXPECT_EQ("0x0", get(probe(&fabric, {"sysfs", "sm_lid"}), "value"));
+    const FabricResult missing = probe(&fabric, {"sysfs", "no_such_file"});
+    EXPECT_EQ(std::to_string(14004), get(missing, "err")) << missing.out;
+    EXPECT_NE(std::string::npos, missing.out.find("get_ib_fn: No file /sys/class/infiniband/vq_ib_0/no_such_file"))
+        << missing.out;
+
+    // Another SWID's device lands on the same simulated device.
+    const FabricResult swid3 = probe(&fabric, {"-s", "3", "nodeinfo", "0"});
+    EXPECT_EQ("0x7cfe900300aa0000", get(swid3, "Guid")) << swid3.out;
+    EXPECT_NE(std::string::npos, swid3.out.find("IB DEVICE NAME : [vq_ib_3]")) << swid3.out;
+
+    // Without the bridge the device of the SWID does not exist.
+    const FabricResult plain = fabric.run_preloaded({OVD_SA_PROBE, "nodeinfo", "0"}, {});
+    EXPECT_EQ(1, plain.status) << plain.out;
+    EXPECT_EQ(std::to_string(14000), get(plain, "init")) << plain.out;
+    EXPECT_NE(std::string::npos, plain.out.find("Mad rpc open port failed, device:[vq_ib_0] port:[0]"))
+        << plain.out;
+}
+
+}  // namespace
