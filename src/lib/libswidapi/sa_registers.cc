@@ -8,6 +8,7 @@
 #include <string_view>
 
 #include "logging.h"
+#include "sa_fec.h"
 
 namespace {
 
@@ -32,54 +33,6 @@ void fill_meta(vqd_reg_meta_t *meta, vqd_access_cmd_t cmd, uint8_t swid, vqd_dev
     meta->access_cmd = cmd;
     meta->dev_id = dev_id;
     meta->swid = swid;
-}
-
-// The display text of an active FEC mode (one bit set), "N/A" for any other value.
-const char *fec_mode_text(uint32 fec_mode_active)
-{
-    switch (fec_mode_active) {
-    case 1:
-        return "No FEC";
-    case 2:
-        return "Firecode FEC";
-    case 4:
-        return "Standard RS FEC";
-    case 8:
-        return "Standard LL RS FEC";
-    case 16:
-        return "Halvorin Strong RS FEC";
-    case 32:
-        return "Halvorin LL RS FEC";
-    default:
-        return "N/A";
-    }
-}
-
-// The small FEC value (0 auto, 1 none, 2 on) of a configuration word or display text.
-int fec_text_to_cap(const char *text, uint8 *ret_fec_cap)
-{
-    int err = 0;
-    std::string_view t;
-
-    bail_null(text);
-    bail_null(ret_fec_cap);
-    t = text;
-    *ret_fec_cap = 0;
-    if (t == "auto") {
-        *ret_fec_cap = 0;
-    } else if (t == "no-fec" || t == "No FEC") {
-        *ret_fec_cap = 1;
-    } else if (t == "fec-on" || t == "Firecode FEC" || t == "Standard RS FEC" || t == "Standard LL RS FEC" ||
-               t == "Halvorin Strong RS FEC" || t == "Halvorin LL RS FEC") {
-        *ret_fec_cap = 2;
-    } else {
-        lc_log_basic(LOG_WARNING, "%s: Illegal fec value %s ", __func__, text);
-        err = lc_err_unexpected_case;
-        bail_error(err);
-    }
-
-bail:
-    return err;
 }
 
 bool system_has_pplm(system_type_t sys_type)
@@ -375,6 +328,7 @@ int sa_get_port_admin_cap(uint8 swid, vqd_dev_id_t dev_id, int localport, sa_por
     pplm_reg_t pplm_reg;
     ptys_reg_t ptys_reg;
     uint8 fec_cap = 0;
+    tstring *fec_text = nullptr;
 
     memset(&pvlc_reg, 0, sizeof(pvlc_reg));
     memset(&pmtu_reg, 0, sizeof(pmtu_reg));
@@ -395,7 +349,9 @@ int sa_get_port_admin_cap(uint8 swid, vqd_dev_id_t dev_id, int localport, sa_por
     err = get_pplm_reg(swid, dev_id, localport, &pplm_reg, g_sys_type);
     bail_error(err);
 
-    err = fec_text_to_cap(fec_mode_text(pplm_reg.fec_mode_active), &fec_cap);
+    err = sa_port_prm_fec_to_tstr(&fec_text, pplm_reg.fec_mode_active);
+    bail_error(err);
+    err = get_fec_val(ts_str(fec_text), &fec_cap);
     bail_error(err);
 
     capability->fec_cap = fec_cap;
@@ -405,6 +361,7 @@ int sa_get_port_admin_cap(uint8 swid, vqd_dev_id_t dev_id, int localport, sa_por
     capability->link_width_supported = static_cast<uint8_t>((ptys_reg.ib_proto_admin >> 16) & 0xff);
 
 bail:
+    ts_free(&fec_text);
     return err;
 }
 
