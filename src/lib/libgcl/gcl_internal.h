@@ -38,3 +38,7 @@ int gcl_lf_write_bytes(int fd, const uint8 *buf, uint32 count, uint32 *ret_writt
 int gcl_lf_read_bytes_closed(int fd, uint8 *buf, uint32 count, uint32 *ret_read,
                              tbool *ret_eof, int *ret_errno);
 int gcl_lf_get_file_owner(const char *path, int32 *ret_uid, int32 *ret_gid);
+
+// A new session in gss_initialized, entered in the handle, with the per-protocol states of
+// every registered protocol made; a provider session numbers its frames from 1000001.
+int gcl_session_new(gcl_handle *gh, tbool is_provider, gcl_session **ret_sess);

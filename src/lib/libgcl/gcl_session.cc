@@ -20,6 +20,7 @@
 #include <set>
 #include <string>
 
+#include "bnode_session.h"
 #include "gcl.h"
 #include "gcl_internal.h"
 #include "lock_mt.h"
@@ -304,6 +305,8 @@ int gcl_init(gcl_handle **ret_gh, const gcl_global_options *options, fdic_handle
 
     err = gbp_admin_init(gh);
     bail_error(err);
+    err = bn_init(gh);
+    bail_error(err);
 
     *ret_gh = gh;
     gh = nullptr;
@@ -343,6 +346,9 @@ int gcl_deinit(gcl_handle **ret_gh)
     while (gh->gh_num_sessions > 0) {
         gcl_session *sess = gh->gh_sessions[gh->gh_num_sessions - 1];
         complain_error(gcl_session_free(&sess));
+    }
+    if (gh->gh_bp_reg[gbp_proto_bnode] != nullptr) {
+        complain_error(bn_deinit(gh));
     }
     if (gh->gh_bp_reg[gbp_proto_admin] != nullptr) {
         complain_error(gbp_admin_deinit(gh));
@@ -422,8 +428,6 @@ bail:
 // ---------------------------------------------------------------------------------------
 // Making sessions.
 
-namespace {
-
 int gcl_session_new(gcl_handle *gh, tbool is_provider, gcl_session **ret_sess)
 {
     int err = 0;
@@ -501,6 +505,8 @@ bail:
     }
     return err;
 }
+
+namespace {
 
 int gcl_session_choose_local_name(gcl_handle *gh, const char *client_name,
                                   gs_option_flags_bf flags, char **ret_name)
