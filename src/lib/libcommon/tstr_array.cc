@@ -506,17 +506,17 @@ bail:
 // ---------------------------------------------------------------------------------------
 // Patterns.
 
-int tstr_array_wildcard_match(const tstr_array *spec, const tstr_array *arr,
+int tstr_array_wildcard_match(const tstr_array *pattern_parts, const tstr_array *arr,
                               tbool allow_double_star, tbool *ret_match)
 {
-    return tstr_array_wildcard_match_ex(spec, arr, 0, 0, allow_double_star, ret_match);
+    return tstr_array_wildcard_match_ex(pattern_parts, arr, 0, 0, allow_double_star, ret_match);
 }
 
-int tstr_array_wildcard_match_ex(const tstr_array *spec, const tstr_array *arr, int start_idx_spec,
+int tstr_array_wildcard_match_ex(const tstr_array *pattern_parts, const tstr_array *arr, int start_idx_pattern,
                                  int start_idx_arr, tbool allow_double_star, tbool *ret_match)
 {
     int err = 0;
-    const uint32 num_spec = tstr_array_length_quick(spec);
+    const uint32 num_pattern = tstr_array_length_quick(pattern_parts);
     const uint32 num_arr = tstr_array_length_quick(arr);
     uint32 rest_spec = 0;
     uint32 rest_arr = 0;
@@ -526,16 +526,16 @@ int tstr_array_wildcard_match_ex(const tstr_array *spec, const tstr_array *arr, 
 
     bail_null(ret_match);
     *ret_match = false;
-    bail_require(start_idx_spec >= 0 && static_cast<uint32>(start_idx_spec) <= num_spec);
+    bail_require(start_idx_pattern >= 0 && static_cast<uint32>(start_idx_pattern) <= num_pattern);
     bail_require(start_idx_arr >= 0 && static_cast<uint32>(start_idx_arr) <= num_arr);
-    rest_spec = num_spec - static_cast<uint32>(start_idx_spec);
+    rest_spec = num_pattern - static_cast<uint32>(start_idx_pattern);
     rest_arr = num_arr - static_cast<uint32>(start_idx_arr);
     if (allow_double_star ? rest_spec > rest_arr : rest_spec != rest_arr) {
         goto bail;
     }
-    for (i = static_cast<uint32>(start_idx_spec), j = static_cast<uint32>(start_idx_arr);
-         i < num_spec; ++i, ++j) {
-        pattern = tstr_array_get_quick(spec, i);
+    for (i = static_cast<uint32>(start_idx_pattern), j = static_cast<uint32>(start_idx_arr);
+         i < num_pattern; ++i, ++j) {
+        pattern = tstr_array_get_quick(pattern_parts, i);
         if (ts_equal(pattern, tstr_array_get_quick(arr, j)) || ts_equal_str(pattern, "*", false)) {
             continue;
         }

@@ -83,7 +83,7 @@ int tstr_array_compare_ex(const tstr_array *arr1, const tstr_array *arr2, int32 
 // element; with allow_double_star, "**" at the first element that does not match matches
 // all the rest.  Without allow_double_star the lengths must be equal; with it the pattern
 // must not be the longer.
-int tstr_array_wildcard_match(const tstr_array *spec, const tstr_array *arr,
+int tstr_array_wildcard_match(const tstr_array *pattern_parts, const tstr_array *arr,
                               tbool allow_double_star, tbool *ret_match);
-int tstr_array_wildcard_match_ex(const tstr_array *spec, const tstr_array *arr, int start_idx_spec,
+int tstr_array_wildcard_match_ex(const tstr_array *pattern_parts, const tstr_array *arr, int start_idx_pattern,
                                  int start_idx_arr, tbool allow_double_star, tbool *ret_match);

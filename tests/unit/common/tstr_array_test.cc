@@ -59,9 +59,9 @@ tstr_array *parts(const std::vector<std::string> &texts)
     return arr;
 }
 
-bool matches(const Texts &spec, const Texts &name, bool double_star)
+bool matches(const Texts &pattern_parts, const Texts &name, bool double_star)
 {
-    tstr_array *s = parts(spec);
+    tstr_array *s = parts(pattern_parts);
     tstr_array *n = parts(name);
     tbool match = !double_star;  // overwritten by the call
     EXPECT_EQ(tstr_array_wildcard_match(s, n, double_star, &match), 0);
@@ -281,20 +281,20 @@ TEST_F(TstrArrayTest, DoubleStarStandsForTheRest)
 
 TEST_F(TstrArrayTest, MatchExStartsAtGivenIndices)
 {
-    tstr_array *spec = parts({"ignored", "b", "*"});
+    tstr_array *pattern_parts = parts({"ignored", "b", "*"});
     tstr_array *name = parts({"a", "b", "c"});
     tbool match = false;
-    ASSERT_EQ(tstr_array_wildcard_match_ex(spec, name, 1, 1, false, &match), 0);
+    ASSERT_EQ(tstr_array_wildcard_match_ex(pattern_parts, name, 1, 1, false, &match), 0);
     EXPECT_TRUE(match);
-    ASSERT_EQ(tstr_array_wildcard_match_ex(spec, name, 1, 0, false, &match), 0);
+    ASSERT_EQ(tstr_array_wildcard_match_ex(pattern_parts, name, 1, 0, false, &match), 0);
     EXPECT_FALSE(match);
-    ASSERT_EQ(tstr_array_wildcard_match_ex(spec, name, 3, 3, false, &match), 0);
+    ASSERT_EQ(tstr_array_wildcard_match_ex(pattern_parts, name, 3, 3, false, &match), 0);
     EXPECT_TRUE(match);
-    EXPECT_EQ(tstr_array_wildcard_match_ex(spec, name, 4, 0, false, &match),
+    EXPECT_EQ(tstr_array_wildcard_match_ex(pattern_parts, name, 4, 0, false, &match),
               lc_err_assertion_failed);
-    EXPECT_EQ(tstr_array_wildcard_match_ex(spec, name, -1, 0, false, &match),
+    EXPECT_EQ(tstr_array_wildcard_match_ex(pattern_parts, name, -1, 0, false, &match),
               lc_err_assertion_failed);
-    tstr_array_free(&spec);
+    tstr_array_free(&pattern_parts);
     tstr_array_free(&name);
 }
 

@@ -56,7 +56,7 @@ uint16_t get16(const Bytes &b, size_t off)
     return static_cast<uint16_t>((b[off] << 8) | b[off + 1]);
 }
 
-struct FrameSpec {
+struct FrameFields {
     std::string ident = "GCLF";
     uint32_t version = 1;
     int64_t length = -1;  // -1: the true length
@@ -67,18 +67,18 @@ struct FrameSpec {
 };
 
 // A frame as the provider would write it.
-Bytes make_frame(const FrameSpec &spec, const Bytes &body)
+Bytes make_frame(const FrameFields &fields, const Bytes &body)
 {
     Bytes f;
-    f.insert(f.end(), spec.ident.begin(), spec.ident.end());
+    f.insert(f.end(), fields.ident.begin(), fields.ident.end());
     f.insert(f.end(), {'0', '1', '2', '3'});
-    put32(f, spec.version);
-    put32(f, spec.length < 0 ? uint32_t(32 + body.size()) : uint32_t(spec.length));
-    put16(f, spec.hdr_length);
+    put32(f, fields.version);
+    put32(f, fields.length < 0 ? uint32_t(32 + body.size()) : uint32_t(fields.length));
+    put16(f, fields.hdr_length);
     put16(f, 0);
-    put32(f, spec.seqno);
-    put16(f, spec.proto);
-    put16(f, spec.mtype);
+    put32(f, fields.seqno);
+    put16(f, fields.proto);
+    put16(f, fields.mtype);
     put32(f, uint32_t(body.size()));
     f.insert(f.end(), body.begin(), body.end());
     return f;
@@ -95,10 +95,10 @@ Bytes make_greeting(uint32_t uid, uint32_t gid, uint16_t version = bap_version)
     put32(body, gid);
     put_name(body, "admin");
     put32(body, 0);
-    FrameSpec spec;
-    spec.proto = gbp_proto_admin;
-    spec.mtype = amt_greeting;
-    return make_frame(spec, body);
+    FrameFields fields;
+    fields.proto = gbp_proto_admin;
+    fields.mtype = amt_greeting;
+    return make_frame(fields, body);
 }
 
 Bytes make_open_service_response(uint32_t return_code)
@@ -112,10 +112,10 @@ Bytes make_open_service_response(uint32_t return_code)
     const std::string msg = return_code == 0 ? "" : "no such service";
     put32(body, uint32_t(msg.size()));
     body.insert(body.end(), msg.begin(), msg.end());
-    FrameSpec spec;
-    spec.proto = gbp_proto_admin;
-    spec.mtype = amt_open_service_response;
-    return make_frame(spec, body);
+    FrameFields fields;
+    fields.proto = gbp_proto_admin;
+    fields.mtype = amt_open_service_response;
+    return make_frame(fields, body);
 }
 
 void write_all(int fd, const Bytes &b)
@@ -284,7 +284,7 @@ TEST_F(GclTest, SentFrameHeaderIsBigEndianAndSeqnosStartAt2000001)
 
 TEST_F(GclTest, HeaderSwapRefusesShortFramesAndIsItsOwnInverse)
 {
-    Bytes f = make_frame(FrameSpec{}, {1, 2});
+    Bytes f = make_frame(FrameFields{}, {1, 2});
     const Bytes wire = f;
     EXPECT_EQ(lc_err_assertion_failed, gcl_byte_swap_frame_header(f.data(), 31));
     ASSERT_EQ(0, gcl_byte_swap_frame_header(f.data(), uint32(f.size())));
@@ -314,8 +314,8 @@ TEST_F(GclTest, SendingOnAnUnconnectedSessionIsRefused)
 TEST_F(GclTest, TwoFramesInOneReadAreBothDispatched)
 {
     gcl_session *sess = pair_session();
-    Bytes both = make_frame(FrameSpec{}, {1, 2, 3});
-    FrameSpec second;
+    Bytes both = make_frame(FrameFields{}, {1, 2, 3});
+    FrameFields second;
     second.mtype = 9;
     const Bytes f2 = make_frame(second, {4});
     both.insert(both.end(), f2.begin(), f2.end());
@@ -337,7 +337,7 @@ TEST_F(GclTest, TwoFramesInOneReadAreBothDispatched)
 TEST_F(GclTest, FrameSplitByteByByteIsDispatchedOnlyAfterTheLastByte)
 {
     gcl_session *sess = pair_session();
-    const Bytes f = make_frame(FrameSpec{}, {9, 8, 7, 6, 5});
+    const Bytes f = make_frame(FrameFields{}, {9, 8, 7, 6, 5});
     for (size_t i = 0; i < f.size(); ++i) {
         write_all(peer_, Bytes{f[i]});
         ASSERT_EQ(0, gcl_session_read(sess));
@@ -351,7 +351,7 @@ TEST_F(GclTest, FrameSplitByteByByteIsDispatchedOnlyAfterTheLastByte)
 TEST_F(GclTest, FramesArriveThroughTheBlockingLoop)
 {
     gcl_session *sess = pair_session();
-    write_all(peer_, make_frame(FrameSpec{}, {1}));
+    write_all(peer_, make_frame(FrameFields{}, {1}));
     ASSERT_EQ(0, gcl_session_do_blocking_io(gh_, sess, false, true, false, false, gbp_none,
                                             5000));
     EXPECT_EQ(rec_.frames.size(), 1u);
@@ -360,10 +360,10 @@ TEST_F(GclTest, FramesArriveThroughTheBlockingLoop)
 TEST_F(GclTest, UnregisteredProtocolIsDiscardedAndTheSessionStays)
 {
     gcl_session *sess = pair_session();
-    FrameSpec spec;
-    spec.proto = 9;
-    write_all(peer_, make_frame(spec, {1}));
-    write_all(peer_, make_frame(FrameSpec{}, {2}));
+    FrameFields fields;
+    fields.proto = 9;
+    write_all(peer_, make_frame(fields, {1}));
+    write_all(peer_, make_frame(FrameFields{}, {2}));
     testing::internal::CaptureStderr();
     ASSERT_EQ(0, gcl_session_read(sess));
     const std::string log = testing::internal::GetCapturedStderr();
@@ -377,7 +377,7 @@ TEST_F(GclTest, UnregisteredProtocolIsDiscardedAndTheSessionStays)
 
 struct BadFrame {
     const char *name;
-    FrameSpec spec;
+    FrameFields fields;
     const char *log;
 };
 
@@ -386,8 +386,8 @@ class GclBadFrameTest : public GclTest, public ::testing::WithParamInterface<Bad
 TEST_P(GclBadFrameTest, MalformedFrameClosesTheSessionOnly)
 {
     gcl_session *sess = pair_session();
-    Bytes f = make_frame(GetParam().spec, {1, 2, 3, 4});
-    if (GetParam().spec.length == 31) {
+    Bytes f = make_frame(GetParam().fields, {1, 2, 3, 4});
+    if (GetParam().fields.length == 31) {
         // Enough bytes behind the short header for the reader to look at it.
         f.resize(40);
     }
@@ -407,27 +407,27 @@ TEST_P(GclBadFrameTest, MalformedFrameClosesTheSessionOnly)
     EXPECT_EQ(lc_err_io_closed, pump(sess, 0));
 }
 
-FrameSpec with_ident(const char *ident)
+FrameFields with_ident(const char *ident)
 {
-    FrameSpec s;
+    FrameFields s;
     s.ident = ident;
     return s;
 }
-FrameSpec with_version(uint32_t v)
+FrameFields with_version(uint32_t v)
 {
-    FrameSpec s;
+    FrameFields s;
     s.version = v;
     return s;
 }
-FrameSpec with_length(int64_t l)
+FrameFields with_length(int64_t l)
 {
-    FrameSpec s;
+    FrameFields s;
     s.length = l;
     return s;
 }
-FrameSpec with_hdr_length(uint16_t l)
+FrameFields with_hdr_length(uint16_t l)
 {
-    FrameSpec s;
+    FrameFields s;
     s.hdr_length = l;
     return s;
 }
