@@ -3,6 +3,7 @@
 // bnode_types_str.cc, the binding forms in bnode_types_binding.cc.
 
 #include "bnode_types.h"
+#include "bnode_types_internal.h"
 
 #include <cerrno>
 #include <cstdlib>
@@ -588,37 +589,6 @@ int bn_attrib_set_common(bn_attrib *attrib, bn_attribute_id attrib_id, bn_type t
     }
 
 bail:
-    return err;
-}
-
-template <typename Set>
-int bn_attrib_new_common(bn_attrib **ret_attrib, Set set)
-{
-    int err = 0;
-    bn_attrib *attrib = nullptr;
-
-    if (ret_attrib == nullptr) {
-        lc_log_basic(LOG_ERR, "Return attribute pointer was NULL");
-        err = lc_err_unexpected_null;
-        goto bail;
-    }
-    *ret_attrib = nullptr;
-    err = bn_attrib_new(&attrib);
-    if (err) {
-        lc_log_basic(LOG_ERR, "Error creating attribute");
-        goto bail;
-    }
-    err = set(attrib);
-    if (err) {
-        // A text that doesn't parse is an ordinary answer, passed up quietly.
-        lc_log_basic(err == lc_err_bad_type ? LOG_DEBUG : LOG_ERR, "Error setting attribute");
-        goto bail;
-    }
-    *ret_attrib = attrib;
-    attrib = nullptr;
-
-bail:
-    bn_attrib_free(&attrib);
     return err;
 }
 

@@ -10,6 +10,7 @@
 #include <cstring>
 
 #include "bnode_types.h"
+#include "bnode_types_internal.h"
 #include "logging.h"
 #include "ttime.h"
 
@@ -557,32 +558,9 @@ bail:
 int bn_attrib_new_str(bn_attrib **ret_attrib, bn_attribute_id attrib_id, bn_type type,
                       bn_type_flags_bf type_flags, const char *str_value)
 {
-    int err = 0;
-    bn_attrib *attrib = nullptr;
-
-    if (ret_attrib == nullptr) {
-        lc_log_basic(LOG_ERR, "Return attribute pointer was NULL");
-        err = lc_err_unexpected_null;
-        goto bail;
-    }
-    *ret_attrib = nullptr;
-    err = bn_attrib_new(&attrib);
-    if (err) {
-        lc_log_basic(LOG_ERR, "Error creating attribute");
-        goto bail;
-    }
-    err = bn_attrib_set_str(attrib, attrib_id, type, type_flags, str_value);
-    if (err) {
-        // A text that doesn't parse is an ordinary answer, passed up quietly.
-        lc_log_basic(err == lc_err_bad_type ? LOG_DEBUG : LOG_ERR, "Error setting attribute");
-        goto bail;
-    }
-    *ret_attrib = attrib;
-    attrib = nullptr;
-
-bail:
-    bn_attrib_free(&attrib);
-    return err;
+    return bn_attrib_new_common(ret_attrib, [&](bn_attrib *attrib) {
+        return bn_attrib_set_str(attrib, attrib_id, type, type_flags, str_value);
+    });
 }
 
 // ---------------------------------------------------------------------------------------
