@@ -13,11 +13,7 @@
 #include "logging.h"
 #include "ttime.h"
 
-namespace {
-
-// Offsets of the fields in the bodies (behind the 32-byte header).
-constexpr uint32 H = gcl_frame_header_len;
-
+// An admin name field: fixed width, NUL-padded, always terminated.
 int gas_put_name(tbuf *tb, uint32 offset, const char *name)
 {
     uint8 field[bp_admin_name_len] = {};
@@ -39,6 +35,11 @@ int gas_get_name(const tbuf *tb, uint32 offset, char **ret_name)
 bail:
     return err;
 }
+
+namespace {
+
+// Offsets of the fields in the bodies (behind the 32-byte header).
+constexpr uint32 H = gcl_frame_header_len;
 
 int gbp_admin_session_new(gcl_handle *gclh, gcl_session *sess, void *arg)
 {

@@ -42,3 +42,8 @@ int gcl_lf_get_file_owner(const char *path, int32 *ret_uid, int32 *ret_gid);
 // A new session in gss_initialized, entered in the handle, with the per-protocol states of
 // every registered protocol made; a provider session numbers its frames from 1000001.
 int gcl_session_new(gcl_handle *gh, tbool is_provider, gcl_session **ret_sess);
+
+// The fixed-width, NUL-padded name fields of the admin protocol's frames.
+int gas_put_name(tbuf *tb, uint32 offset, const char *name);
+// *ret_name is replaced by a heap copy of the field's text.
+int gas_get_name(const tbuf *tb, uint32 offset, char **ret_name);

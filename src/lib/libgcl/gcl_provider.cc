@@ -63,28 +63,6 @@ gcl_provider_options gcl_provider_entry_get(const gcl_session *sess)
     return options;
 }
 
-int gpr_put_name(tbuf *tb, uint32 offset, const char *name)
-{
-    uint8 field[bp_admin_name_len] = {};
-    if (name != nullptr) {
-        strncpy(reinterpret_cast<char *>(field), name, bp_admin_name_len - 1);
-    }
-    return tb_put_buf(tb, offset, field, bp_admin_name_len);
-}
-
-int gpr_get_name(const tbuf *tb, uint32 offset, char **ret_name)
-{
-    int err = 0;
-    char field[bp_admin_name_len + 1] = {};
-    err = tb_get_buf(tb, offset, reinterpret_cast<uint8 *>(field), bp_admin_name_len);
-    bail_error(err);
-    free(*ret_name);
-    *ret_name = safe_strdup(field);
-    bail_null(*ret_name);
-bail:
-    return err;
-}
-
 // The admin protocol's part of accepting: connected, then the greeting.
 int gbp_admin_connection_accepted(gcl_handle *gclh, gcl_session *sess, void *arg)
 {
@@ -553,13 +531,13 @@ int gbp_admin_msg_send_greeting(gcl_session *sess)
     bail_error(err);
     err = tb_append_uint32(tb, gag->gag_next_transaction_id++);
     bail_error(err);
-    err = gpr_put_name(tb, tb_length(tb), sess->gs_local_name);
+    err = gas_put_name(tb, tb_length(tb), sess->gs_local_name);
     bail_error(err);
     err = tb_append_uint32(tb, static_cast<uint32>(uid));
     bail_error(err);
     err = tb_append_uint32(tb, static_cast<uint32>(gid));
     bail_error(err);
-    err = gpr_put_name(tb, tb_length(tb), gas->gas_auth_remote_username);
+    err = gas_put_name(tb, tb_length(tb), gas->gas_auth_remote_username);
     bail_error(err);
     err = tb_append_uint32(tb, gas->gas_auth_remote_interactive ? 1 : 0);
     bail_error(err);
@@ -672,13 +650,13 @@ int gbp_admin_msg_recv_greeting_response(gcl_handle *gclh, gcl_session *sess,
                          gas_wait_greeting_response);
             goto bail;
         }
-        err = gpr_get_name(frame, H + 14, &client_name);
+        err = gas_get_name(frame, H + 14, &client_name);
         bail_error(err);
         err = tb_get_uint32_nonnull(frame, H + 46, &claim_uid);
         bail_error(err);
         err = tb_get_uint32_nonnull(frame, H + 50, &claim_gid);
         bail_error(err);
-        err = gpr_get_name(frame, H + 54, &username);
+        err = gas_get_name(frame, H + 54, &username);
         bail_error(err);
         err = tb_get_uint32_nonnull(frame, H + 86, &interactive);
         bail_error(err);
@@ -747,7 +725,7 @@ int gbp_admin_msg_send_open_service_response(gcl_session *sess, uint32 resp_msg_
     bail_error(err);
     err = tb_append_uint32(tb, resp_msg_id);
     bail_error(err);
-    err = gpr_put_name(tb, tb_length(tb), lang_tag);
+    err = gas_put_name(tb, tb_length(tb), lang_tag);
     bail_error(err);
     err = tb_append_uint32(tb, return_code);
     bail_error(err);
@@ -814,7 +792,7 @@ int gbp_admin_msg_recv_open_service(gcl_handle *gclh, gcl_session *sess, tbuf **
         bail_error(err);
         err = tb_get_uint32_nonnull(frame, H + 12, &service);
         bail_error(err);
-        err = gpr_get_name(frame, H + 16, &lang_tag);
+        err = gas_get_name(frame, H + 16, &lang_tag);
         bail_error(err);
 
         if (gas->gas_state != gas_open_no_service && gas->gas_state != gas_service_ready) {
