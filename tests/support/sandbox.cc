@@ -106,6 +106,12 @@ bool enter_sandbox(std::string *ret_why)
     }
     mkdir("/var/opt/kfs", 0755);
     mkdir("/var/opt/kfs/output", 0755);
+    // The management sockets live under /vtmp/gcl-socks: each test program has its own.
+    mkdir("/vtmp", 0755);
+    if (mount("tmpfs", "/vtmp", "tmpfs", 0, "mode=0755") != 0) {
+        return fail(ret_why, "tmpfs on /vtmp");
+    }
+    mkdir("/vtmp/gcl-socks", 0777);
     return true;
 }
 

@@ -16,7 +16,8 @@
 namespace ovd_test {
 
 // Moves the calling process into a private mount namespace with a fresh /dev (the
-// host's nodes bound in, /dev/log free) and an empty tmpfs on /var/opt.  Must run before
+// host's nodes bound in, /dev/log free) and empty tmpfs on /var/opt and /vtmp (with the
+// socket directory /vtmp/gcl-socks made).  Must run before
 // any thread is started.  Returns false with a reason when the machine does not allow it
 // (not root, no mount namespaces).
 bool enter_sandbox(std::string *ret_why);

@@ -362,7 +362,7 @@ int port_config_init_values(port_config_parameters_t *port_config)
     port_config->width = OVD_CONFIG_NOT_SET;
     port_config->op_vls = OVD_CONFIG_NOT_SET;
     port_config->mtu = OVD_CONFIG_NOT_SET;
-    port_config->enable = static_cast<tbool>(OVD_CONFIG_NOT_SET);
+    port_config->enable = OVD_CONFIG_NOT_SET;
     port_config->fec = OVD_CONFIG_NOT_SET;
 
 bail:

@@ -76,7 +76,7 @@ typedef struct port_config_parameters {
     uint8 width;
     uint8 op_vls;
     uint16 mtu;
-    tbool enable;
+    uint8 enable; // 0 or 1; not a tbool, since it must hold OVD_CONFIG_NOT_SET too
     uint8 fec;
 } port_config_parameters_t;
 

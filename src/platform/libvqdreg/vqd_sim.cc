@@ -80,7 +80,7 @@ struct Identity {
 struct Device {
     uint8_t id = 0;
     std::string board_id = "VQ_SWITCH";
-    uint16_t vendor_id = 0x02c9;
+    uint16_t vendor_id = 0x0a5e;
     uint64_t node_guid = 0;
     uint64_t system_image_guid = 0;
     std::string ndesc;

@@ -301,7 +301,7 @@ TEST_F(VqdRegTest, SpzrChangesOnlyMaskedFields)
     vqd_reg_meta_t set = meta(VQD_ACCESS_CMD_SET, 1), get = meta(VQD_ACCESS_CMD_GET, 1);
     ku_spzr_reg before{};
     ASSERT_EQ(vqd_access_reg_spzr(&before, &get, 1, nullptr, nullptr), VQD_STATUS_SUCCESS);
-    EXPECT_EQ(before.node_guid_h_l, 0x0002c90300a1b2c0ull);
+    EXPECT_EQ(before.node_guid_h_l, 0x000a5e0300a1b2c0ull);
 
     ku_spzr_reg w{};
     w.ndm = 1;
@@ -313,7 +313,7 @@ TEST_F(VqdRegTest, SpzrChangesOnlyMaskedFields)
     ku_spzr_reg after{};
     ASSERT_EQ(vqd_access_reg_spzr(&after, &get, 1, nullptr, nullptr), VQD_STATUS_SUCCESS);
     EXPECT_STREQ(reinterpret_cast<char *>(after.NodeDescription), "MF0;sw:VQ/U1");
-    EXPECT_EQ(after.node_guid_h_l, 0x0002c90300a1b2c0ull);
+    EXPECT_EQ(after.node_guid_h_l, 0x000a5e0300a1b2c0ull);
     EXPECT_EQ(after.system_image_guid_h_l, 0xabcdull);
 }
 
@@ -333,7 +333,7 @@ TEST_F(VqdRegTest, SystemMKeyAndBoardInfo)
     bi.dev_id = 1;
     ASSERT_EQ(vqd_access_reg_query_board_info(&bi), VQD_STATUS_SUCCESS);
     EXPECT_STREQ(bi.board_id, "VQ_SW36_EDR");
-    EXPECT_EQ(bi.vsd_vendor_id, 0x02c9);
+    EXPECT_EQ(bi.vsd_vendor_id, 0x0a5e);
 }
 
 TEST_F(VqdRegTest, CommandsOtherThanGetAndSetAreRefused)

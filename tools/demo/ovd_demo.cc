@@ -1,0 +1,225 @@
+// ovd-demo: the daemon's main job on one machine.  In a private mount namespace (its own
+// socket directory and /dev/log) it starts mgmtd-lite with the bundled configuration,
+// then the daemon, shows the daemon's log as it comes, and walks through a script of
+// requests made with mgmtctl (and, where the script says so, with the other stand-ins).
+// At the end, or on Ctrl-C, it stops the daemon and the stand-in and tells how they ended.
+//
+//   ovd-demo [--script FILE] [--config FILE] [--registration FILE] [--stay]
+//
+// Script lines: "# text" is printed as a heading; "! PROGRAM ARGS..." runs a stand-in
+// program from the build (by its target name); anything else is a mgmtctl command line.
+// Runs as root.
+#include <unistd.h>
+
+#include <atomic>
+#include <csignal>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "sandbox.h"
+#include "stand_ins.h"
+
+namespace {
+
+using namespace std::chrono_literals;
+
+std::atomic<bool> g_stop{false};
+
+void on_signal(int)
+{
+    g_stop = true;
+}
+
+std::vector<std::string> split_words(const std::string &line)
+{
+    std::vector<std::string> words;
+    std::string word;
+    bool quoted = false;
+    for (char c : line) {
+        if (c == '"') {
+            quoted = !quoted;
+        } else if (!quoted && (c == ' ' || c == '\t')) {
+            if (!word.empty()) {
+                words.push_back(word);
+                word.clear();
+            }
+        } else {
+            word += c;
+        }
+    }
+    if (!word.empty()) {
+        words.push_back(word);
+    }
+    return words;
+}
+
+// Prints the log lines that arrived since the last call, without the syslog head.
+class LogPrinter {
+public:
+    explicit LogPrinter(ovd_test::SyslogReceiver *receiver) : receiver_(receiver) {}
+    void flush(std::chrono::milliseconds wait = 0ms)
+    {
+        receiver_->drain(wait);
+        const std::vector<std::string> lines = receiver_->lines();
+        for (; next_ < lines.size(); ++next_) {
+            std::string line = lines[next_];
+            const size_t body = line.find("]: [");
+            if (body != std::string::npos) {
+                line = line.substr(body + 3);
+            }
+            while (!line.empty() && (line.back() == '\n' || line.back() == '\0')) {
+                line.pop_back();
+            }
+            if (line.find(".DEBUG]") != std::string::npos) {
+                continue;
+            }
+            printf("    log | %s\n", line.c_str());
+        }
+        fflush(stdout);
+    }
+
+private:
+    ovd_test::SyslogReceiver *receiver_;
+    size_t next_ = 0;
+};
+
+void print_block(const std::string &prefix, const std::string &text)
+{
+    std::istringstream in(text);
+    std::string line;
+    while (std::getline(in, line)) {
+        printf("%s%s\n", prefix.c_str(), line.c_str());
+    }
+}
+
+}  // namespace
+
+int main(int argc, char **argv)
+{
+    std::string script = OVD_DEMO_DIR "/walkthrough.txt";
+    std::string config = OVD_DEMO_DIR "/mgmtd-lite.conf";
+    std::string registration = OVD_DEMO_DIR "/ib-state.reg";
+    bool stay = false;
+    for (int i = 1; i < argc; ++i) {
+        const std::string arg = argv[i];
+        if (arg == "--script" && i + 1 < argc) {
+            script = argv[++i];
+        } else if (arg == "--config" && i + 1 < argc) {
+            config = argv[++i];
+        } else if (arg == "--registration" && i + 1 < argc) {
+            registration = argv[++i];
+        } else if (arg == "--stay") {
+            stay = true;
+        } else {
+            fprintf(stderr,
+                    "usage: ovd-demo [--script FILE] [--config FILE] [--registration FILE] "
+                    "[--stay]\n");
+            return 2;
+        }
+    }
+
+    std::string why;
+    if (!ovd_test::enter_sandbox(&why)) {
+        fprintf(stderr, "ovd-demo: needs root and mount namespaces: %s\n", why.c_str());
+        return 1;
+    }
+    signal(SIGINT, on_signal);
+    signal(SIGTERM, on_signal);
+
+    char tmpl[] = "/tmp/ovd-demo.XXXXXX";
+    if (mkdtemp(tmpl) == nullptr) {
+        perror("ovd-demo: mkdtemp");
+        return 1;
+    }
+    const std::string dir = tmpl;
+    int result = 0;
+    {
+        ovd_test::SyslogReceiver receiver;
+        LogPrinter log(&receiver);
+        ovd_test::MgmtdLite lite(MGMTD_LITE_BIN, MGMTCTL_BIN, dir, "");
+        ovd_test::Child daemon;
+
+        printf("== mgmtd-lite, configuration %s\n", config.c_str());
+        if (!lite.start({"--config", config, "--registration", registration})) {
+            print_block("    mgmtd-lite | ", lite.log());
+            return 1;
+        }
+        printf("== ovd\n");
+        fflush(stdout);
+        if (!daemon.start({OVD_BIN}) ||
+            !lite.wait_for_log("event /ib/events/init-done from 'IB Daemon'")) {
+            log.flush(500ms);
+            print_block("    mgmtd-lite | ", lite.log());
+            fprintf(stderr, "ovd-demo: the daemon did not come up\n");
+            result = 1;
+        }
+        log.flush(200ms);
+
+        std::ifstream in(script);
+        std::string line;
+        while (result == 0 && !g_stop && std::getline(in, line)) {
+            if (line.empty()) {
+                continue;
+            }
+            if (line[0] == '#') {
+                printf("\n== %s\n", line.substr(line.find_first_not_of("# ")).c_str());
+                continue;
+            }
+            std::vector<std::string> words = split_words(line);
+            std::vector<std::string> argv_run;
+            std::string shown;
+            if (words[0] == "!") {
+                words.erase(words.begin());
+                argv_run = words;
+                argv_run[0] = std::string(OVD_TOOLS_DIR "/") + words[0];
+                shown = line.substr(2);
+            } else {
+                argv_run = lite.ctl_argv(words);
+                shown = "mgmtctl " + line;
+            }
+            printf("$ %s\n", shown.c_str());
+            fflush(stdout);
+            ovd_test::Child child;
+            const std::string base = dir + "/step";
+            if (!ovd_test::start_redirected(&child, argv_run, base + ".out", base + ".err")) {
+                printf("    (could not start)\n");
+                continue;
+            }
+            const int code = child.wait(120s);
+            print_block("    ", ovd_test::read_file(base + ".out"));
+            print_block("    ! ", ovd_test::read_file(base + ".err"));
+            if (code != 0) {
+                printf("    (exit code %d)\n", code);
+            }
+            log.flush(300ms);
+        }
+
+        if (stay && result == 0) {
+            printf("\n== running; Ctrl-C ends the demo\n");
+            fflush(stdout);
+            while (!g_stop && daemon.running()) {
+                log.flush(200ms);
+            }
+        }
+
+        printf("\n== stopping the daemon\n");
+        if (daemon.running()) {
+            daemon.signal(SIGTERM);
+        }
+        const int code = daemon.wait(30s);
+        log.flush(300ms);
+        printf("    ovd exit code: %d\n", code);
+        printf("    mgmtd-lite exit code: %d\n", lite.stop());
+        if (code != 0) {
+            result = 1;
+        }
+    }
+    std::filesystem::remove_all(dir);
+    return result;
+}
