@@ -30,54 +30,18 @@
 #include "mdc_remote_reg.h"
 #include "mdc_wrapper.h"
 #include "sandbox.h"
+#include "stand_ins.h"
 #include "tstr_array.h"
 
 namespace {
 
 using namespace std::chrono_literals;
 
-std::string read_file(const std::string &path)
-{
-    std::ifstream in(path);
-    std::stringstream text;
-    text << in.rdbuf();
-    return text.str();
-}
-
-void write_file(const std::string &path, const std::string &text)
-{
-    std::ofstream out(path);
-    out << text;
-}
-
-// Starts a child with its stdout and stderr in files: the descriptors are the test's own
-// for the moment of the fork.
-bool start_redirected(ovd_test::Child *child, const std::vector<std::string> &argv,
-                      const std::string &out_path, const std::string &err_path)
-{
-    fflush(stdout);
-    fflush(stderr);
-    const int out_fd = open(out_path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-    const int err_fd = open(err_path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-    const int saved_out = dup(1);
-    const int saved_err = dup(2);
-    dup2(out_fd, 1);
-    dup2(err_fd, 2);
-    const bool started = child->start(argv);
-    dup2(saved_out, 1);
-    dup2(saved_err, 2);
-    close(saved_out);
-    close(saved_err);
-    close(out_fd);
-    close(err_fd);
-    return started;
-}
-
-struct CtlResult {
-    int code = -1;
-    std::string out;
-    std::string err;
-};
+using ovd_test::CtlResult;
+using ovd_test::read_file;
+using ovd_test::start_redirected;
+using ovd_test::wait_for_text;
+using ovd_test::write_file;
 
 const char kConfig[] =
     "# a test database\n"
@@ -109,79 +73,46 @@ protected:
         root_ = tmpl;
         write_file(root_ + "/db.conf", kConfig);
         write_file(root_ + "/ib.reg", kRegistration);
+        env_ = std::make_unique<ovd_test::MgmtdLite>(MGMTD_LITE_BIN, MGMTCTL_BIN, root_, root_);
     }
 
     void TearDown() override
     {
-        if (lite_ != nullptr && lite_->running()) {
-            lite_->signal(SIGTERM);
-            EXPECT_EQ(0, lite_->wait(15s)) << "mgmtd-lite did not end cleanly:\n" << lite_log();
+        if (env_ != nullptr && env_->running()) {
+            EXPECT_EQ(0, env_->stop()) << "mgmtd-lite did not end cleanly:\n" << lite_log();
         }
-        lite_.reset();
-        waiters_.clear();
+        env_.reset();
         std::filesystem::remove_all(root_);
     }
 
     std::string lite_log() const { return read_file(root_ + "/lite.err"); }
 
-    // Waits until a file holds `needle`; no statement about time, only a guard.
-    static bool wait_for_text(const std::string &path, const std::string &needle,
-                              std::chrono::milliseconds guard = 20s)
-    {
-        const auto deadline = std::chrono::steady_clock::now() + guard;
-        while (read_file(path).find(needle) == std::string::npos) {
-            if (std::chrono::steady_clock::now() >= deadline) {
-                return false;
-            }
-            std::this_thread::sleep_for(10ms);
-        }
-        return true;
-    }
-
     void start_lite(const std::vector<std::string> &extra = {})
     {
-        std::vector<std::string> argv = {MGMTD_LITE_BIN, "--sock-root", root_, "--config",
-                                         root_ + "/db.conf", "--registration", root_ + "/ib.reg"};
-        argv.insert(argv.end(), extra.begin(), extra.end());
-        lite_ = std::make_unique<ovd_test::Child>();
-        ASSERT_TRUE(start_redirected(lite_.get(), argv, root_ + "/lite.out", root_ + "/lite.err"));
-        ASSERT_TRUE(wait_for_text(root_ + "/lite.err", "listening as provider 'mgmtd'"))
-            << lite_log();
+        std::vector<std::string> args = {"--config", root_ + "/db.conf", "--registration",
+                                         root_ + "/ib.reg"};
+        args.insert(args.end(), extra.begin(), extra.end());
+        ASSERT_TRUE(env_->start(args)) << lite_log();
     }
 
+    ovd_test::Child *lite() { return env_->child(); }
+    ovd_test::Child *waiter_child(size_t i) { return env_->waiter(i); }
     std::vector<std::string> ctl_argv(const std::vector<std::string> &args) const
     {
-        std::vector<std::string> argv = {MGMTCTL_BIN, "--sock-root", root_};
-        argv.insert(argv.end(), args.begin(), args.end());
-        return argv;
+        return env_->ctl_argv(args);
     }
-
-    CtlResult ctl(const std::vector<std::string> &args)
-    {
-        CtlResult result;
-        ovd_test::Child child;
-        const std::string base = root_ + "/ctl" + std::to_string(++runs_);
-        EXPECT_TRUE(start_redirected(&child, ctl_argv(args), base + ".out", base + ".err"));
-        result.code = child.wait(60s);
-        result.out = read_file(base + ".out");
-        result.err = read_file(base + ".err");
-        return result;
-    }
-
+    CtlResult ctl(const std::vector<std::string> &args) { return env_->ctl(args); }
     // A mgmtctl left running (wait-event); its files are <base>.out and <base>.err.
     std::string start_waiter(const std::vector<std::string> &args)
     {
-        const std::string base = root_ + "/waiter" + std::to_string(++runs_);
-        waiters_.push_back(std::make_unique<ovd_test::Child>());
-        EXPECT_TRUE(start_redirected(waiters_.back().get(), ctl_argv(args), base + ".out",
-                                     base + ".err"));
-        EXPECT_TRUE(wait_for_text(base + ".err", "waiting for event")) << read_file(base + ".err");
+        const std::string base = env_->start_waiter(args);
+        EXPECT_NE(read_file(base + ".err").find("waiting for event"), std::string::npos)
+            << read_file(base + ".err");
         return base;
     }
 
     std::string root_;
-    std::unique_ptr<ovd_test::Child> lite_;
-    std::vector<std::unique_ptr<ovd_test::Child>> waiters_;
+    std::unique_ptr<ovd_test::MgmtdLite> env_;
     int runs_ = 0;
 };
 
@@ -328,7 +259,7 @@ TEST_F(MgmtdLiteTest, SetsChangeTheDatabaseAndNotifyByPattern)
     // Outside the first waiter's pattern: only the second one hears of it.
     r = ctl({"set", "/system/contact", "string", "ops team", "--create"});
     EXPECT_EQ(0, r.code) << r.err;
-    ASSERT_EQ(0, waiters_[1]->wait(30s));
+    ASSERT_EQ(0, waiter_child(1)->wait(30s));
     EXPECT_EQ("/mgmtd/notification/dbchange/1                    uint32  1\n"
               "/mgmtd/notification/dbchange/1/change_type        string  add\n"
               "/mgmtd/notification/dbchange/1/name               string  /system/contact\n"
@@ -337,7 +268,7 @@ TEST_F(MgmtdLiteTest, SetsChangeTheDatabaseAndNotifyByPattern)
 
     r = ctl({"set", "/ib/config/externalports/1/speed", "uint8", "8"});
     EXPECT_EQ(0, r.code) << r.err;
-    ASSERT_EQ(0, waiters_[0]->wait(30s));
+    ASSERT_EQ(0, waiter_child(0)->wait(30s));
     EXPECT_EQ("/mgmtd/notification/dbchange/1                     uint32  1\n"
               "/mgmtd/notification/dbchange/1/change_type         string  modify\n"
               "/mgmtd/notification/dbchange/1/name                string  "
@@ -353,7 +284,7 @@ TEST_F(MgmtdLiteTest, SetsChangeTheDatabaseAndNotifyByPattern)
         {"--json", "wait-event", "/mgmtd/notify/dbchange", "--match", "/ib/config/*/1/*"});
     r = ctl({"delete", "/ib/config/externalports/1"});
     EXPECT_EQ(0, r.code) << r.err;
-    ASSERT_EQ(0, waiters_[2]->wait(30s));
+    ASSERT_EQ(0, waiter_child(2)->wait(30s));
     const std::string deleted = read_file(delete_waiter + ".out");
     EXPECT_NE(deleted.find("{\"name\":\"/mgmtd/notification/dbchange/1/change_type\","
                            "\"type\":\"string\",\"value\":\"delete\"}"),
@@ -397,7 +328,7 @@ TEST_F(MgmtdLiteTest, EventsAreAcknowledgedAndRelayedToTheInterested)
     r = ctl({"event", "/portd/events/ib-device-add", "dev_id=uint32:3", "is_master=bool:true",
              "ifindex_1=uint32:17"});
     EXPECT_EQ(0, r.code) << r.err;
-    ASSERT_EQ(0, waiters_[0]->wait(30s));
+    ASSERT_EQ(0, waiter_child(0)->wait(30s));
     EXPECT_EQ("dev_id     uint32  3\n"
               "is_master  bool    true\n"
               "ifindex_1  uint32  17\n",
@@ -490,7 +421,7 @@ TEST_F(MgmtdLiteTest, AnOwnerLeavingFailsWhatWaitsForIt)
                                  root_ + "/asker.out", root_ + "/asker.err"));
     ASSERT_TRUE(wait_for_text(root_ + "/lite.err",
                               "forward action /ib/actions/print-dev to 'IB Daemon'"));
-    waiters_[0]->signal(SIGTERM);
+    waiter_child(0)->signal(SIGTERM);
     EXPECT_EQ(1, asker.wait(60s));
     EXPECT_NE(read_file(root_ + "/asker.err")
                   .find("code 14016: 'IB Daemon' went away before answering action "
@@ -849,17 +780,17 @@ TEST_F(MgmtdLiteTest, SignalsEndTheStandInCleanly)
 {
     start_lite();
     const std::string waiter = start_waiter({"wait-event", "/some/event"});
-    lite_->signal(SIGINT);
-    EXPECT_EQ(0, lite_->wait(15s)) << lite_log();
+    lite()->signal(SIGINT);
+    EXPECT_EQ(0, lite()->wait(15s)) << lite_log();
     EXPECT_NE(lite_log().find("received SIGINT, exiting"), std::string::npos);
     // Its client sees the session end.
-    EXPECT_EQ(3, waiters_[0]->wait(15s));
+    EXPECT_EQ(3, waiter_child(0)->wait(15s));
     EXPECT_NE(read_file(waiter + ".err").find("mgmtd closed the session"), std::string::npos);
 
     start_lite();
     EXPECT_EQ(0, ctl({"get", "/misc/flag"}).code);
-    lite_->signal(SIGTERM);
-    EXPECT_EQ(0, lite_->wait(15s)) << lite_log();
+    lite()->signal(SIGTERM);
+    EXPECT_EQ(0, lite()->wait(15s)) << lite_log();
     EXPECT_NE(lite_log().find("received SIGTERM, exiting"), std::string::npos);
 }
 

@@ -61,6 +61,8 @@ public:
     // Starts a client that stays (wait-event) and waits until it says it is waiting; the
     // result is the base of its files, <base>.out and <base>.err.
     std::string start_waiter(const std::vector<std::string> &args);
+    // The i-th waiter started, in start order.
+    Child *waiter(size_t i) { return waiters_.at(i).second.get(); }
     // Waits for the waiter whose files start with `base` to end; its result.
     CtlResult finish_waiter(const std::string &base,
                             std::chrono::milliseconds guard = std::chrono::milliseconds(30000));
