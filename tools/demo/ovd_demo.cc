@@ -1,10 +1,13 @@
 // ovd-demo: the daemon's main job on one machine.  In a private mount namespace (its own
-// socket directory and /dev/log) it starts mgmtd-lite with the bundled configuration,
-// then the daemon, shows the daemon's log as it comes, and walks through a script of
-// requests made with mgmtctl (and, where the script says so, with the other stand-ins).
-// At the end, or on Ctrl-C, it stops the daemon and the stand-in and tells how they ended.
+// socket directory, /dev/log and /var/opt) it starts a simulated fabric for the daemon's
+// management datagrams (when the simulator is installed), the register stand-in's
+// configuration with the bundled 36-port switch model and a journal, mgmtd-lite with the
+// bundled configuration, then the daemon.  It shows the daemon's log and the register
+// accesses as they come, and walks through a script of requests made with mgmtctl (and,
+// where the script says so, with the other stand-ins).  At the end, or on Ctrl-C, it stops
+// the daemon and the stand-in and tells how they ended.
 //
-//   ovd-demo [--script FILE] [--config FILE] [--registration FILE] [--stay]
+//   ovd-demo [--script FILE] [--config FILE] [--registration FILE] [--model FILE] [--stay]
 //
 // Script lines: "# text" is printed as a heading; "! PROGRAM ARGS..." runs a stand-in
 // program from the build (by its target name); anything else is a mgmtctl command line.
@@ -22,6 +25,7 @@
 #include <thread>
 #include <vector>
 
+#include "fabric.h"
 #include "sandbox.h"
 #include "stand_ins.h"
 
@@ -89,6 +93,28 @@ private:
     size_t next_ = 0;
 };
 
+// Prints the register accesses that the journal gained since the last call.
+class JournalPrinter {
+public:
+    explicit JournalPrinter(std::string path) : path_(std::move(path)) {}
+    void flush()
+    {
+        const std::string text = ovd_test::read_file(path_);
+        if (text.size() > done_) {
+            std::istringstream in(text.substr(done_));
+            for (std::string line; std::getline(in, line);) {
+                printf("    reg | %s\n", line.c_str());
+            }
+            done_ = text.size();
+        }
+        fflush(stdout);
+    }
+
+private:
+    std::string path_;
+    size_t done_ = 0;
+};
+
 void print_block(const std::string &prefix, const std::string &text)
 {
     std::istringstream in(text);
@@ -105,6 +131,7 @@ int main(int argc, char **argv)
     std::string script = OVD_DEMO_DIR "/walkthrough.txt";
     std::string config = OVD_DEMO_DIR "/mgmtd-lite.conf";
     std::string registration = OVD_DEMO_DIR "/ib-state.reg";
+    std::string model = "builtin:standalone36";
     bool stay = false;
     for (int i = 1; i < argc; ++i) {
         const std::string arg = argv[i];
@@ -114,12 +141,14 @@ int main(int argc, char **argv)
             config = argv[++i];
         } else if (arg == "--registration" && i + 1 < argc) {
             registration = argv[++i];
+        } else if (arg == "--model" && i + 1 < argc) {
+            model = argv[++i];
         } else if (arg == "--stay") {
             stay = true;
         } else {
             fprintf(stderr,
                     "usage: ovd-demo [--script FILE] [--config FILE] [--registration FILE] "
-                    "[--stay]\n");
+                    "[--model FILE] [--stay]\n");
             return 2;
         }
     }
@@ -144,6 +173,24 @@ int main(int argc, char **argv)
         LogPrinter log(&receiver);
         ovd_test::MgmtdLite lite(MGMTD_LITE_BIN, MGMTCTL_BIN, dir, "");
         ovd_test::Child daemon;
+        ovd_test::Fabric fabric;
+        std::vector<std::string> daemon_argv = {OVD_BIN};
+        std::vector<std::string> daemon_env;
+
+        if (ovd_test::Fabric::available(&why) && fabric.start(&why)) {
+            printf("== simulated fabric in %s\n", fabric.dir().c_str());
+            daemon_env = fabric.client_env_preloaded({OVD_UMAD_BRIDGE});
+            daemon_argv = {"/bin/sh", "-c", "cd '" + fabric.dir() + "' && exec " OVD_BIN};
+        } else {
+            printf("== no simulated fabric (%s): the daemon's datagrams go nowhere\n",
+                   why.c_str());
+        }
+        const std::string journal = dir + "/registers.journal";
+        std::filesystem::create_directories("/var/opt/vqdreg");
+        ovd_test::write_file("/var/opt/vqdreg/vqdreg.conf",
+                             "model " + model + "\njournal " + journal + "\n");
+        JournalPrinter registers(journal);
+        printf("== register stand-in: model %s\n", model.c_str());
 
         printf("== mgmtd-lite, configuration %s\n", config.c_str());
         if (!lite.start({"--config", config, "--registration", registration})) {
@@ -152,7 +199,7 @@ int main(int argc, char **argv)
         }
         printf("== ovd\n");
         fflush(stdout);
-        if (!daemon.start({OVD_BIN}) ||
+        if (!daemon.start(daemon_argv, daemon_env) ||
             !lite.wait_for_log("event /ib/events/init-done from 'IB Daemon'")) {
             log.flush(500ms);
             print_block("    mgmtd-lite | ", lite.log());
@@ -160,6 +207,7 @@ int main(int argc, char **argv)
             result = 1;
         }
         log.flush(200ms);
+        registers.flush();
 
         std::ifstream in(script);
         std::string line;
@@ -198,6 +246,7 @@ int main(int argc, char **argv)
                 printf("    (exit code %d)\n", code);
             }
             log.flush(300ms);
+            registers.flush();
         }
 
         if (stay && result == 0) {
@@ -205,6 +254,7 @@ int main(int argc, char **argv)
             fflush(stdout);
             while (!g_stop && daemon.running()) {
                 log.flush(200ms);
+                registers.flush();
             }
         }
 
