@@ -32,7 +32,8 @@ const char kRegistration[] =
     "/ib/state/devid/*/max-hw-cap-speed\n"
     "/ib/state/locallinks/settled\n"
     "/ib/state/bogus\n"
-    "/ib/actions/print-dev\n";
+    "/ib/actions/print-dev\n"
+    "/ib/actions/install-max-ports-speed\n";
 
 class OvdMgmt : public ::testing::Test {
 protected:
@@ -216,6 +217,35 @@ TEST_F(OvdMgmt, UnknownRequestsAreLoggedAndAnsweredAsTheyShouldBe)
     EXPECT_EQ(r.out.find("/ib/state/bogus"), std::string::npos) << r.out;
     EXPECT_EQ(r.err.find("nobody answered"), std::string::npos) << r.err;
 
+    EXPECT_TRUE(daemon_.running());
+}
+
+TEST_F(OvdMgmt, DroppedActionLeavesNothingButItsReceipt)
+{
+    start_lite();
+    start_daemon();
+    receiver_->drain(200ms);
+    receiver_->clear();
+
+    // Accepted and dropped: no answer, and of the daemon's own lines (the session layer's
+    // aside) only the receipt.
+    const ovd_test::CtlResult r = lite_->ctl({"action", "/ib/actions/install-max-ports-speed"});
+    EXPECT_NE(0, r.code);
+    ASSERT_TRUE(receiver_->wait_for("[ovd.INFO]: Received action "
+                                    "/ib/actions/install-max-ports-speed"));
+    receiver_->drain(300ms);
+    std::vector<std::string> from_ovd;
+    for (const std::string &line : receiver_->lines()) {
+        if (line.find("[ovd.") != std::string::npos &&
+            line.find("]: session ") == std::string::npos) {
+            from_ovd.push_back(line);
+        }
+    }
+    std::string all;
+    for (const std::string &line : from_ovd) {
+        all += line + "\n";
+    }
+    ASSERT_EQ(1u, from_ovd.size()) << all;
     EXPECT_TRUE(daemon_.running());
 }
 

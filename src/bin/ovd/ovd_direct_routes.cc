@@ -118,15 +118,15 @@ int ovd_handle_update_direct_route_event(const bn_binding_array *bindings)
 
     err = getInfoFromDirectRouteUpdateEvent(bindings, number_of_target_devices_en,
                                             &number_of_devices, 0, 0, 0);
-    bail_error(err);
-    if (number_of_devices > OVD_DR_MAX_DEVICES) {
+    if (err == 0 && number_of_devices > OVD_DR_MAX_DEVICES) {
         lc_log_source(LOG_ERR, "Got direct routes to %u devices, at most %u are kept",
                       number_of_devices, static_cast<uint32>(OVD_DR_MAX_DEVICES));
         err = lc_err_range;
         goto bail;
     }
 
-    err = ovd_direct_routes_free();
+    // The event replaces the tables whole: they go even when its count can't be read.
+    ovd_direct_routes_free();
     bail_error(err);
 
     // Counting pass.

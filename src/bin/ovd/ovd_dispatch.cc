@@ -164,8 +164,6 @@ int ovd_handle_action_request(gcl_session *sess, bn_request **inout_request, voi
     err = bn_request_get(*inout_request, &req_type, nullptr, true, &bindings, nullptr,
                          nullptr);
     bail_error(err);
-    lc_log_basic(LOG_DEBUG, "Action request, message id %u",
-                 bn_request_get_msg_id(*inout_request));
     bail_require(req_type == bbmt_action_request);
     err = bn_action_request_msg_get_action_name(*inout_request, &action_name);
     bail_error(err);

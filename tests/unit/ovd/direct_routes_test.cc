@@ -245,11 +245,21 @@ TEST_F(DirectRoutes, OtherSwidEmptyAndOversizedEvents)
     EXPECT_NE(hops_table, nullptr);
     EXPECT_EQ(devices_table[1].devid, 0u);
 
-    // A missing binding is the plain 1.
+    // A missing binding is the plain 1.  An event of a served SWID replaces the tables
+    // whole, so the old routes are gone even when its target count can't be read.
+    ASSERT_EQ(ovd_handle_update_direct_route_event(first.get()), 0);
+    ASSERT_EQ(current_number_of_devices, 1u);
     Event broken;
     broken.target(73, {{{1, 10}}});
     broken.u8("swid", 0);
     EXPECT_EQ(ovd_handle_update_direct_route_event(broken.get()), 1);
+    EXPECT_EQ(current_number_of_devices, 0u);
+    EXPECT_EQ(devices_table[1].devid, 0u);
+    EXPECT_EQ(paths_table, nullptr);
+    ib_dr_path_t path{};
+    tbool exists = true;
+    ASSERT_EQ(getDirectRouteInfoPath(73, &path, &exists), 0);
+    EXPECT_FALSE(exists) << "no route is left to the old target";
 }
 
 TEST_F(DirectRoutes, PathsThroughADownPortAreSkippedWithoutAProbe)

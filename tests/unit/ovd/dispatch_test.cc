@@ -8,6 +8,7 @@
 #include "bnode_proto.h"
 #include "bnode_types.h"
 #include "logging.h"
+#include "ovd_device_add.h"
 #include "ovd_dispatch.h"
 #include "ovd_main.h"
 #include "ovd_ports_cache.h"
@@ -119,6 +120,72 @@ TEST_F(Dispatch, RequestsOfTheWrongKindOrNoneAreRefused)
     EXPECT_EQ(lc_err_assertion_failed, ovd_handle_event_request(nullptr, &req, nullptr));
     EXPECT_EQ(0, ovd_handle_action_request(nullptr, &req, nullptr)) << "unknown: logged only";
     bn_request_msg_free(&req);
+}
+
+// The add answered to the port manager: status and device of each done event sent.
+std::vector<std::pair<uint32, uint32>> g_add_answers;
+
+int absent_m_key(uint64 *, tbool *ret_found)
+{
+    *ret_found = false;
+    return 0;
+}
+
+int record_answer(bn_request *event)
+{
+    bn_binding_array *bindings = nullptr;
+    uint32 status = 99;
+    uint32 dev_id = 99;
+    EXPECT_EQ(0, bn_request_get(event, nullptr, nullptr, false, &bindings, nullptr, nullptr));
+    EXPECT_EQ(0, bn_binding_get_uint32(bn_binding_array_get_quick(bindings, 0), ba_value,
+                                       nullptr, &status));
+    EXPECT_EQ(0, bn_binding_get_uint32(bn_binding_array_get_quick(bindings, 1), ba_value,
+                                       nullptr, &dev_id));
+    bn_binding_array_free(&bindings);
+    g_add_answers.emplace_back(status, dev_id);
+    return 0;
+}
+
+TEST_F(Dispatch, DeviceAddIsAlwaysAnsweredAndTheMasterKnownFirst)
+{
+    ovd_device_add_forget_system();
+    g_ovd_system_m_key_query = absent_m_key;
+    g_ovd_event_send = record_answer;
+    g_add_answers.clear();
+    master_devid = 0;
+
+    auto add = [](bool with_master) {
+        bn_request *req = nullptr;
+        bn_binding *b = nullptr;
+        EXPECT_EQ(0, bn_event_request_msg_create(&req, "/portd/events/ib-device-add"));
+        EXPECT_EQ(0, bn_binding_new_uint32(&b, "dev_id", ba_value, 0, 5));
+        EXPECT_EQ(0, bn_event_request_msg_append_binding_takeover(req, 0, &b, nullptr));
+        EXPECT_EQ(0, bn_binding_new_str(&b, "subsystem_name", ba_value, bt_string, 0, "L05"));
+        EXPECT_EQ(0, bn_event_request_msg_append_binding_takeover(req, 0, &b, nullptr));
+        if (with_master) {
+            EXPECT_EQ(0, bn_binding_new_tbool(&b, "is_master", ba_value, 0, true));
+            EXPECT_EQ(0, bn_event_request_msg_append_binding_takeover(req, 0, &b, nullptr));
+        }
+        const int err = ovd_handle_event_request(nullptr, &req, nullptr);
+        bn_request_msg_free(&req);
+        return err;
+    };
+
+    // The add fails (no system key), yet the master is taken and the failure answered;
+    // the callback itself reports only the sending.
+    EXPECT_EQ(0, add(true));
+    EXPECT_EQ(5u, master_devid);
+    EXPECT_EQ((std::vector<std::pair<uint32, uint32>>{{lc_err_unexpected_null, 5}}),
+              g_add_answers);
+
+    // Without its master flag the event is not handled and not answered.
+    EXPECT_EQ(1, add(false));
+    EXPECT_EQ(1u, g_add_answers.size());
+
+    g_ovd_system_m_key_query = ovd_query_system_m_key;
+    g_ovd_event_send = ovd_send_event;
+    ovd_device_add_forget_system();
+    master_devid = 0;
 }
 
 TEST_F(Dispatch, EventValuesAreNamedByIndexAndCutToTheirType)
