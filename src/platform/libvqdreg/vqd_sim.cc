@@ -1418,6 +1418,21 @@ extern "C" vqd_status_t vqd_access_reg_system_m_key_access(vqd_access_cmd_t acce
     if (!key) return VQD_STATUS_PARAM_ERROR;
     int raw_cmd = 0;
     memcpy(&raw_cmd, &access_cmd, sizeof(raw_cmd));
+    if (raw_cmd == VQD_ACCESS_CMD_SET && s.devices.find(key->dev_id) == s.devices.end()) {
+        // The driver takes the key by device id whether or not that device answers.
+        JournalEntry e;
+        e.reg = "SYSTEM_M_KEY";
+        e.cmd = raw_cmd;
+        e.dev = key->dev_id;
+        e.swid = 0;
+        e.key = key->dev_id;
+        e.fields = fields_of(*key);
+        vqd_status_t st = VQD_STATUS_SUCCESS;
+        take_fault(s, "SYSTEM_M_KEY", key->dev_id, key->dev_id, &st);
+        e.status = static_cast<int>(st);
+        record(s, std::move(e));
+        return st;
+    }
     return access_one(
         "SYSTEM_M_KEY", raw_cmd, key->dev_id, 0, key,
         [](Device &d, vqd_access_cmd_t cmd, ku_system_m_key &k) {

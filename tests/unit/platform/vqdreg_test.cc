@@ -326,8 +326,11 @@ TEST_F(VqdRegTest, SystemMKeyAndBoardInfo)
     uint64_t got = 0;
     ASSERT_TRUE(vqdsim::peek_system_m_key(1, &got));
     EXPECT_EQ(got, 0x1122334455667788ull);
+    // The driver takes a key for a device it doesn't reach; reading one back needs the device.
     key.dev_id = 9;
-    EXPECT_EQ(vqd_access_reg_system_m_key_access(VQD_ACCESS_CMD_SET, &key), VQD_STATUS_NO_PATH_TO_DEVICE);
+    EXPECT_EQ(vqd_access_reg_system_m_key_access(VQD_ACCESS_CMD_SET, &key), VQD_STATUS_SUCCESS);
+    EXPECT_EQ(vqd_access_reg_system_m_key_access(VQD_ACCESS_CMD_GET, &key), VQD_STATUS_NO_PATH_TO_DEVICE);
+    EXPECT_FALSE(vqdsim::peek_system_m_key(9, &got));
 
     ku_query_board_info bi{};
     bi.dev_id = 1;
