@@ -8,7 +8,8 @@
 // configuration record, which the device flows apply when the port comes.
 //
 // Writing a capability on a running port takes it down first: PAOS down, settle, write,
-// PAOS up.  Every PAOS write made here is followed by the settle time.
+// PAOS up.  The settle time follows taking the port down there, and each PAOS write of the
+// enable handler.
 #pragma once
 
 #include "bnode.h"

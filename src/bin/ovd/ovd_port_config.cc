@@ -14,7 +14,7 @@ constexpr uint8 kDefaultFec = 0; // auto
 
 int handle_deleted_port_config(const tstring *ifindex, tbool port_exists, tbool config_exists,
                                ifindexInformation *port_info, tbool enable_port,
-                               tbool disable_port, tbool check_config_exist)
+                               tbool check_config_exist, tbool disable_port)
 {
     int err = 0;
     uint8 new_vl = OVD_CONFIG_NOT_SET;

@@ -15,4 +15,4 @@
 // check_config_exist: a missing configuration entry is worth a warning.
 int handle_deleted_port_config(const tstring *ifindex, tbool port_exists, tbool config_exists,
                                ifindexInformation *port_info, tbool enable_port,
-                               tbool disable_port, tbool check_config_exist);
+                               tbool check_config_exist, tbool disable_port);
