@@ -195,6 +195,12 @@ int mdc_get_binding_tstr(md_client_context *mcc, uint32 *ret_code, tstring **ret
     bn_binding *binding = nullptr;
     uint32 flagged_type = 0;
 
+    if (ret_code != nullptr) {
+        *ret_code = 0;
+    }
+    if (ret_msg != nullptr) {
+        *ret_msg = nullptr;
+    }
     if (ret_type != nullptr) {
         *ret_type = bt_NONE;
     }
@@ -259,6 +265,12 @@ int mdc_get_binding_tbool(md_client_context *mcc, uint32 *ret_code, tstring **re
     bn_type_flags_bf type_flags = 0;
     tbool value = false;
 
+    if (ret_code != nullptr) {
+        *ret_code = 0;
+    }
+    if (ret_msg != nullptr) {
+        *ret_msg = nullptr;
+    }
     if (ret_found != nullptr) {
         *ret_found = false;
     }

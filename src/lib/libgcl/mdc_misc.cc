@@ -80,18 +80,25 @@ int mdc_event_config_change_notif_extract(bn_binding_array *notif_bindings,
     bn_binding *prev_value = nullptr;
     uint32 num_bindings = 0;
 
+    // All outputs are cleared before anything can fail.
     if (ret_old_bindings != nullptr) {
         *ret_old_bindings = nullptr;
+    }
+    if (ret_new_bindings != nullptr) {
+        *ret_new_bindings = nullptr;
+    }
+    if (ret_unspec_changes != nullptr) {
+        *ret_unspec_changes = nullptr;
+    }
+    if (ret_old_bindings != nullptr) {
         err = bn_binding_array_new(&old_bindings);
         bail_error(err);
     }
     if (ret_new_bindings != nullptr) {
-        *ret_new_bindings = nullptr;
         err = bn_binding_array_new(&new_bindings);
         bail_error(err);
     }
     if (ret_unspec_changes != nullptr) {
-        *ret_unspec_changes = nullptr;
         err = tstr_array_new(&vague_changes, nullptr);
         bail_error(err);
     }

@@ -165,6 +165,40 @@ TEST_F(MdcClientTest, TboolTellsFoundValueAndWrongType)
     EXPECT_TRUE(found);
 }
 
+TEST_F(MdcClientTest, CodeAndMessageAreClearedAlsoWhenTheCallFailsAtOnce)
+{
+    // Left over from an earlier call of the caller; never to be read as this call's answer.
+    tstring *const stale_msg = reinterpret_cast<tstring *>(0x1);
+    const size_t before = mgmtd_.received.size();
+
+    uint32 code = 99;
+    tstring *message = stale_msg;
+    bn_type type = bt_string;
+    EXPECT_EQ(lc_err_unexpected_null, mdc_get_binding_tstr(mcc_, &code, &message, &type,
+                                                           nullptr, "/sys/name", nullptr));
+    EXPECT_EQ(code, 0u);
+    EXPECT_EQ(message, nullptr);
+    EXPECT_EQ(type, bt_NONE);
+
+    code = 99;
+    message = stale_msg;
+    tbool found = true;
+    EXPECT_EQ(lc_err_unexpected_null, mdc_get_binding_tbool(mcc_, &code, &message, &found,
+                                                            nullptr, "/sys/flag", nullptr));
+    EXPECT_EQ(code, 0u);
+    EXPECT_EQ(message, nullptr);
+    EXPECT_FALSE(found);
+
+    code = 99;
+    message = stale_msg;
+    EXPECT_EQ(lc_err_unexpected_null,
+              mdc_get_binding(mcc_, &code, &message, false, nullptr, "/sys/name", nullptr));
+    EXPECT_EQ(code, 0u);
+    EXPECT_EQ(message, nullptr);
+
+    EXPECT_EQ(mgmtd_.received.size(), before) << "nothing went out";
+}
+
 TEST_F(MdcClientTest, ChildrenIterateWithFlagsAndRevision)
 {
     bn_binding_array *arr = nullptr;
