@@ -985,10 +985,11 @@ void record(State &s, JournalEntry &&e)
     s.journal.push_back(std::move(e));
 }
 
-// One access of `reg` on device `dev`: journal, faults, then the register itself.
+// One access of `reg` on device `dev`: journal, faults, then the register itself.  With
+// `set_without_device`, a SET for a device that isn't there is taken (and does nothing).
 template <class Rec, class Fn>
 vqd_status_t access_one(const char *reg, int raw_cmd, unsigned dev, unsigned swid, Rec *rec, Fn &&fn,
-                        int key)
+                        int key, bool set_without_device = false)
 {
     State &s = state();
     JournalEntry e;
@@ -1006,14 +1007,14 @@ vqd_status_t access_one(const char *reg, int raw_cmd, unsigned dev, unsigned swi
     if (raw_cmd != VQD_ACCESS_CMD_GET && raw_cmd != VQD_ACCESS_CMD_SET) {
         st = (raw_cmd >= VQD_ACCESS_CMD_MIN && raw_cmd <= VQD_ACCESS_CMD_MAX) ? VQD_STATUS_CMD_UNSUPPORTED
                                                                               : VQD_STATUS_INVALID_ACCESS_CMD;
-    } else if (dit == s.devices.end()) {
+    } else if (dit == s.devices.end() && !(set_without_device && raw_cmd == VQD_ACCESS_CMD_SET)) {
         st = VQD_STATUS_NO_PATH_TO_DEVICE;
     } else if (take_fault(s, reg, dev, key, &st)) {
         // A failed access leaves the record in no defined state; make that visible.
         memset(static_cast<void *>(rec), 0xa5, sizeof(*rec));
         sim_log(VQ_LOG_SEVERITY_NOTICE, "injected failure of %s %s on device %u key %d: %d",
                 reg, VQD_ACCESS_CMD_STR(raw_cmd), dev, key, static_cast<int>(st));
-    } else {
+    } else if (dit != s.devices.end()) {
         st = fn(dit->second, cmd, *rec);
     }
     e.status = static_cast<int>(st);
@@ -1418,21 +1419,6 @@ extern "C" vqd_status_t vqd_access_reg_system_m_key_access(vqd_access_cmd_t acce
     if (!key) return VQD_STATUS_PARAM_ERROR;
     int raw_cmd = 0;
     memcpy(&raw_cmd, &access_cmd, sizeof(raw_cmd));
-    if (raw_cmd == VQD_ACCESS_CMD_SET && s.devices.find(key->dev_id) == s.devices.end()) {
-        // The driver takes the key by device id whether or not that device answers.
-        JournalEntry e;
-        e.reg = "SYSTEM_M_KEY";
-        e.cmd = raw_cmd;
-        e.dev = key->dev_id;
-        e.swid = 0;
-        e.key = key->dev_id;
-        e.fields = fields_of(*key);
-        vqd_status_t st = VQD_STATUS_SUCCESS;
-        take_fault(s, "SYSTEM_M_KEY", key->dev_id, key->dev_id, &st);
-        e.status = static_cast<int>(st);
-        record(s, std::move(e));
-        return st;
-    }
     return access_one(
         "SYSTEM_M_KEY", raw_cmd, key->dev_id, 0, key,
         [](Device &d, vqd_access_cmd_t cmd, ku_system_m_key &k) {
@@ -1444,7 +1430,8 @@ extern "C" vqd_status_t vqd_access_reg_system_m_key_access(vqd_access_cmd_t acce
             }
             return VQD_STATUS_SUCCESS;
         },
-        key->dev_id);
+        // The driver takes the key by device id whether or not that device answers.
+        key->dev_id, true);
 }
 
 extern "C" vqd_status_t vqd_access_reg_query_board_info(struct ku_query_board_info *board_info)
