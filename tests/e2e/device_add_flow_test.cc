@@ -151,16 +151,6 @@ protected:
                                  : std::vector<Access>();
     }
 
-    size_t count_lite(const std::string &needle) const
-    {
-        size_t n = 0;
-        std::istringstream in(lite_->log());
-        for (std::string line; std::getline(in, line);) {
-            n += line.find(needle) != std::string::npos ? 1 : 0;
-        }
-        return n;
-    }
-
     size_t count_log(const std::string &needle) const
     {
         size_t n = 0;
@@ -232,8 +222,10 @@ TEST_F(DeviceAdd, StandaloneSwitchKeyFirstThenIdentityAndTheEdgeCases)
     // Its hardware context was opened on the simulated fabric.
     EXPECT_GE(receiver_->find("IB SWID API INIT DONE"), 0);
     EXPECT_LT(receiver_->find("Mad rpc open port failed"), 0);
-    EXPECT_GE(count_lite("relay event /portd/events/ib-device-add to 'IB Daemon'"), 3u);
-    EXPECT_EQ(3u, count_lite("event /ib/events/device-add-done from 'IB Daemon'")) << lite_->log();
+    EXPECT_GE(lite_->log_lines("relay event /portd/events/ib-device-add to 'IB Daemon'").size(),
+              3u);
+    EXPECT_EQ(3u, lite_->log_lines("event /ib/events/device-add-done from 'IB Daemon'").size())
+        << lite_->log();
 
     // Added again with fewer ports: its record is replaced, the key written again, and
     // the node asked of mgmtd only once in all.
@@ -248,7 +240,8 @@ TEST_F(DeviceAdd, StandaloneSwitchKeyFirstThenIdentityAndTheEdgeCases)
         keys += a.reg == "SYSTEM_M_KEY" ? 1 : 0;
     }
     EXPECT_EQ(4u, keys) << "no ports, 217, the switch, the switch again";
-    EXPECT_EQ(1u, count_lite("get /system/chassis/config/system_m_key")) << lite_->log();
+    EXPECT_EQ(1u, lite_->log_lines("get /system/chassis/config/system_m_key").size())
+        << lite_->log();
     // Its records and contexts are let go cleanly (a leak fails the exit under the
     // sanitizers).
     daemon_.signal(SIGTERM);
@@ -316,7 +309,8 @@ TEST_F(DeviceAdd, WithoutTheSystemKeyEveryAddFails)
         EXPECT_EQ("device 1: status 14001\n", r.out);
     }
     // Asked each time, since nothing was learnt; nothing reached the hardware.
-    EXPECT_EQ(2u, count_lite("get /system/chassis/config/system_m_key")) << lite_->log();
+    EXPECT_EQ(2u, lite_->log_lines("get /system/chassis/config/system_m_key").size())
+        << lite_->log();
     EXPECT_TRUE(journal(at_start).empty()) << ovd_test::read_file(journal_);
     EXPECT_EQ(0u, count_log("OVD handles added device:"));
 }

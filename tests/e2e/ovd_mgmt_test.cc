@@ -7,7 +7,6 @@
 
 #include <csignal>
 #include <filesystem>
-#include <sstream>
 #include <thread>
 
 #include "sandbox.h"
@@ -88,20 +87,6 @@ protected:
             << lite_->log();
     }
 
-    // The stand-in's log lines that contain `needle`, in order.
-    std::vector<std::string> lite_lines(const std::string &needle) const
-    {
-        std::vector<std::string> found;
-        std::istringstream in(lite_->log());
-        std::string line;
-        while (std::getline(in, line)) {
-            if (line.find(needle) != std::string::npos) {
-                found.push_back(line);
-            }
-        }
-        return found;
-    }
-
     static inline bool sandboxed_ = false;
     static inline std::string why_;
     std::string dir_;
@@ -116,7 +101,7 @@ TEST_F(OvdMgmt, DeclaresItsInterestsReadsItsConfigurationAndAnnouncesItself)
     start_daemon();
 
     const std::vector<std::string> interests =
-        lite_lines("action /mgmtd/events/actions/interest/add from 'IB Daemon'");
+        lite_->log_lines("action /mgmtd/events/actions/interest/add from 'IB Daemon'");
     const std::vector<std::string> expected = {
         "/mgmtd/notify/dbchange",
         "/portd/events/ib-device-add",
@@ -147,7 +132,8 @@ TEST_F(OvdMgmt, DeclaresItsInterestsReadsItsConfigurationAndAnnouncesItself)
         << interests[0];
     EXPECT_EQ(interests[1].find("match/"), std::string::npos) << interests[1];
 
-    EXPECT_EQ(1u, lite_lines("event /ib/events/init-done from 'IB Daemon': status=uint32:0").size())
+    EXPECT_EQ(1u,
+              lite_->log_lines("event /ib/events/init-done from 'IB Daemon': status=uint32:0").size())
         << lite_->log();
 
     // What it read at start.
@@ -176,7 +162,7 @@ TEST_F(OvdMgmt, MissingSystemTypeEndsTheStart)
     EXPECT_EQ(14008 & 0xff, daemon_.wait(30s));
     EXPECT_TRUE(receiver_->wait_for("Wrong Behaviour. unable to read system type"));
     EXPECT_TRUE(receiver_->wait_for("IB daemon exiting with code 14008"));
-    EXPECT_TRUE(lite_lines("event /ib/events/init-done").empty()) << "announced anyway";
+    EXPECT_TRUE(lite_->log_lines("event /ib/events/init-done").empty()) << "announced anyway";
 }
 
 TEST_F(OvdMgmt, MissingOptionalNodesAreNoFailure)

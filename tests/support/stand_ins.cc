@@ -109,6 +109,18 @@ int MgmtdLite::stop()
     return child_->wait(15s);
 }
 
+std::vector<std::string> MgmtdLite::log_lines(const std::string &needle) const
+{
+    std::vector<std::string> found;
+    std::istringstream in(log());
+    for (std::string line; std::getline(in, line);) {
+        if (line.find(needle) != std::string::npos) {
+            found.push_back(line);
+        }
+    }
+    return found;
+}
+
 std::vector<std::string> MgmtdLite::ctl_argv(const std::vector<std::string> &args) const
 {
     std::vector<std::string> argv = {ctl_bin_};

@@ -48,6 +48,8 @@ public:
     Child *child() { return child_.get(); }
 
     std::string log() const { return read_file(dir_ + "/lite.err"); }
+    // The lines of its log that contain `needle`, in order.
+    std::vector<std::string> log_lines(const std::string &needle) const;
     bool wait_for_log(const std::string &needle,
                       std::chrono::milliseconds guard = std::chrono::milliseconds(20000)) const
     {
