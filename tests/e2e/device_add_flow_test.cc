@@ -37,7 +37,7 @@ std::string config_text(const std::string &system_type, bool with_m_key)
 
 std::string models_dir()
 {
-    return (std::filesystem::path(__FILE__).parent_path().parent_path().parent_path() / "src" /
+    return (std::filesystem::path(OVD_SOURCE_DIR) / "src" /
             "platform" / "libvqdreg" / "models")
         .string();
 }

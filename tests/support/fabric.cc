@@ -57,7 +57,7 @@ std::string sanitizer_runtime()
 
 std::string bundled_topology()
 {
-    return (fs::path(__FILE__).parent_path().parent_path() / "fabric" / "topology.net").string();
+    return (fs::path(OVD_SOURCE_DIR) / "tests" / "fabric" / "topology.net").string();
 }
 
 // Absolute path of a program, from PATH and the sbin folders (which a plain user's PATH
@@ -403,7 +403,7 @@ std::vector<std::string> Fabric::client_env_preloaded(const std::vector<std::str
         // The simulator's preload reads past a buffer of its own; that is not the client's.
         const char *opts = getenv("ASAN_OPTIONS");
         const std::string supp =
-            (fs::path(__FILE__).parent_path().parent_path() / "fabric" / "umad2sim.asan.supp")
+            (fs::path(OVD_SOURCE_DIR) / "tests" / "fabric" / "umad2sim.asan.supp")
                 .string();
         env.push_back(std::string("ASAN_OPTIONS=") +
                       (opts != nullptr && *opts != '\0' ? std::string(opts) + ":" : "") +

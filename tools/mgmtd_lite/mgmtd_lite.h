@@ -134,6 +134,9 @@ struct ml_server {
     tbool ms_exiting = false;
     tbool ms_reap_scheduled = false;
     lt_dur_ms ms_forward_timeout_ms = 0;
+    // Relay every event to every other client, asked for or not: plays a peer that sends
+    // what a client never declared (tests of a client's robustness).
+    tbool ms_relay_all_events = false;
     ml_db ms_db;
     ml_registration ms_reg;
     std::map<gcl_session *, ml_client> ms_clients;

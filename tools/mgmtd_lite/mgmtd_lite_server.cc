@@ -883,6 +883,7 @@ int ml_on_event(gcl_session *sess, bn_request **inout_request, void *arg)
     bn_binding_array *bindings = nullptr;
     std::string name;
     tstring *value = nullptr;
+    std::vector<gcl_session *> targets;
 
     bail_null(inout_request);
     req = *inout_request;
@@ -912,7 +913,16 @@ int ml_on_event(gcl_session *sess, bn_request **inout_request, void *arg)
             }
         }
     }
-    for (gcl_session *target : ml_interested(srv, name)) {
+    targets = ml_interested(srv, name);
+    if (srv->ms_relay_all_events) {
+        targets.clear();
+        for (const auto &entry : srv->ms_clients) {
+            if (entry.first != sess) {
+                targets.push_back(entry.first);
+            }
+        }
+    }
+    for (gcl_session *target : targets) {
         ml_log_line("relay event %s to '%s'", name.c_str(), ml_client_name(srv, target).c_str());
         err = ml_send_event(target, name.c_str(), bindings);
         bail_error(err);

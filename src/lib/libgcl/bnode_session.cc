@@ -88,6 +88,19 @@ bail:
     return err;
 }
 
+// What a request or response callback decides is its own business: its failure has been
+// logged where it arose, and it is no fault of the session.  Only a frame that can't be
+// read ends the session; a peer's malformed request must not.
+void bn_note_callback_result(const gcl_session *sess, uint16 msg_type, const char *direction,
+                             int cb_err)
+{
+    if (cb_err == 0 || cb_err == lc_err_cancelled) {
+        return;
+    }
+    lc_log_basic(LOG_NOTICE, "%ssession %d: proto bnode: %s %s callback failed with code %d",
+                 gcl_log_prefix(sess), sess->gs_id, bn_kind_name(msg_type), direction, cb_err);
+}
+
 int bn_dispatch_request(gcl_session *sess, bn_session_state *bss, uint16 msg_type,
                         bn_request **inout_req)
 {
@@ -123,8 +136,7 @@ int bn_dispatch_request(gcl_session *sess, bn_session_state *bss, uint16 msg_typ
                      gcl_log_prefix(sess), sess->gs_id, bn_kind_name(msg_type));
         goto bail;
     }
-    err = func(sess, inout_req, arg);
-    bail_error(err);
+    bn_note_callback_result(sess, msg_type, "request", func(sess, inout_req, arg));
 
 bail:
     return err;
@@ -170,8 +182,7 @@ int bn_dispatch_response(gcl_session *sess, bn_session_state *bss, uint16 msg_ty
                                                          : "");
         goto bail;
     }
-    err = func(sess, inout_resp, arg);
-    bail_error(err);
+    bn_note_callback_result(sess, msg_type, "response", func(sess, inout_resp, arg));
 
 bail:
     return err;

@@ -123,6 +123,7 @@ struct Seen {
     bn_request *kept_req = nullptr;
     bn_response *kept_resp = nullptr;
     tbool answer = false;
+    int fail_with = 0;
 };
 
 int on_request(gcl_session *sess, bn_request **inout_req, void *arg)
@@ -145,7 +146,7 @@ int on_request(gcl_session *sess, bn_request **inout_req, void *arg)
         seen->kept_req = *inout_req;
         *inout_req = nullptr;
     }
-    return 0;
+    return seen->fail_with;
 }
 
 int on_response(gcl_session *, bn_response **inout_resp, void *arg)
@@ -157,7 +158,7 @@ int on_response(gcl_session *, bn_response **inout_resp, void *arg)
         seen->kept_resp = *inout_resp;
         *inout_resp = nullptr;
     }
-    return 0;
+    return seen->fail_with;
 }
 
 class BnodeSessionTest : public ::testing::Test {
@@ -366,6 +367,34 @@ TEST_F(BnodeSessionTest, EventWithoutCallbackIsLoggedAndTheSessionStays)
     EXPECT_NE(log.find("WARNING]: t session 1: proto bnode: no event request callback"),
               std::string::npos)
         << log;
+    EXPECT_EQ(sess_->gs_state, gss_connected);
+    bn_request_msg_free(&req);
+}
+
+// A callback's failure is its own verdict on the request, not a fault of the session:
+// it is noted, the session stays connected and the next frame is served.
+TEST_F(BnodeSessionTest, FailingCallbackLeavesTheSessionServing)
+{
+    ASSERT_EQ(0, bn_set_session_callback_event_request_msg(sess_, on_request, &seen_));
+    seen_.fail_with = lc_err_unexpected_null;
+    bn_request *req = nullptr;
+    ASSERT_EQ(0, bn_event_request_msg_create(&req, "/bad/event"));
+    std::string log = deliver(request_frame(req, bbmt_event_request));
+    EXPECT_NE(log.find("NOTICE]: t session 1: proto bnode: event request callback failed with "
+                       "code " + std::to_string(lc_err_unexpected_null)),
+              std::string::npos)
+        << log;
+    EXPECT_EQ(log.find("closing"), std::string::npos) << log;
+    EXPECT_EQ(sess_->gs_state, gss_connected);
+
+    // A cancel passes without a word.
+    seen_.fail_with = lc_err_cancelled;
+    log = deliver(request_frame(req, bbmt_event_request));
+    EXPECT_EQ(log.find("callback failed"), std::string::npos) << log;
+
+    seen_.fail_with = 0;
+    deliver(request_frame(req, bbmt_event_request));
+    EXPECT_EQ(seen_.calls, 3);
     EXPECT_EQ(sess_->gs_state, gss_connected);
     bn_request_msg_free(&req);
 }

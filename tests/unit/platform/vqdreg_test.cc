@@ -54,8 +54,7 @@ ku_paos_reg paos_get(uint8_t dev, uint8_t lp)
 
 std::string source_dir()
 {
-    std::string f = __FILE__;  // .../tests/unit/platform/vqdreg_test.cc
-    return f.substr(0, f.rfind("/tests/unit/platform/"));
+    return OVD_SOURCE_DIR;
 }
 
 std::string read_file(const std::string &path)

@@ -1,0 +1,311 @@
+// Nothing a peer sends over the session ends the daemon: only losing the session does.
+// Each row of the table below is one malformed request, sent the way a peer sends it
+// through the stand-in management daemon (an event relayed, a configuration change
+// notified, a query or an action forwarded).  After each row the daemon must still be
+// running, must answer a query on the same session, and the register journal must show
+// no write that the row does not allow.
+//
+// Every event, action and query a flow adds gets its malformed rows here.
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <thread>
+
+#include "daemon_rig.h"
+
+namespace {
+
+using namespace std::chrono_literals;
+
+const char kConfig[] =
+    "/system/hostname                            hostname  hostile-switch\n"
+    "/system/chassis/sys_disp_str                string    hostile input rig\n"
+    "/system/chassis/ha/state/system_type_mirror uint32    36\n"
+    "/system/chassis/config/profile              uint8     0\n"
+    "/system/chassis/config/system_m_key         uint64    1234605616436508552\n"
+    "/ib/config/externalports/69/enable          uint8     1\n"
+    "/ib/config/externalports/69/speed           uint8     255\n"
+    "/ib/config/externalports/69/mtu             string    -1\n";
+
+// Device 1 of the standalone model; local port 5 of it is ifindex 69.  The stand-in
+// forwards the probe to the daemon and answers success only with the daemon's answer
+// (a time-out or an absent owner is an error); the devices have no state leaves yet, so
+// the answer itself is empty.
+const char kProbe[] = "/ib/state/devid";
+
+struct HostileRow {
+    const char *what;
+    // mgmtctl's arguments.
+    std::vector<std::string> ctl;
+    // Registers the row may write (everything else it may only read).
+    std::vector<std::string> may_write = {};
+    // A line of the daemon's log that shows the row reached the code it aims at.
+    const char *log = nullptr;
+};
+
+std::string dbchange(int n, const std::string &rel, const std::string &typed_value)
+{
+    return "/mgmtd/notification/dbchange/" + std::to_string(n) + "/" + rel + "=" + typed_value;
+}
+
+// A change notification with one group: the group's own node, then `bindings`.
+std::vector<std::string> dbchange_event(const std::vector<std::string> &bindings)
+{
+    std::vector<std::string> args = {"event", "/mgmtd/notify/dbchange",
+                                     "/mgmtd/notification/dbchange/1=uint32:1"};
+    args.insert(args.end(), bindings.begin(), bindings.end());
+    return args;
+}
+
+std::vector<std::string> device_add(const std::vector<std::string> &bindings)
+{
+    std::vector<std::string> args = {"event", "/portd/events/ib-device-add"};
+    args.insert(args.end(), bindings.begin(), bindings.end());
+    return args;
+}
+
+std::vector<std::string> route_update(const std::vector<std::string> &bindings)
+{
+    std::vector<std::string> args = {"event", "/topod/events/ib-direct-route-update"};
+    args.insert(args.end(), bindings.begin(), bindings.end());
+    return args;
+}
+
+const std::string kLongName = "/ib/state/externalports/" + std::string(9000, '9') + "/speed";
+
+// The device add writes the system key before it checks anything: a key write for the
+// device the event names is what that event asks for.
+const std::vector<std::string> kKeyOnly = {"SYSTEM_M_KEY"};
+
+std::vector<HostileRow> hostile_rows()
+{
+    return {
+        // The port manager's device announcement.
+        {"device add without bindings", device_add({}), {}, "No dev_id binding"},
+        {"device add with a text device id", device_add({"dev_id=string:one"})},
+        {"device add with a device id beyond the range",
+         device_add({"dev_id=uint32:217", "is_master=tbool:false", "subsystem_name=string:x",
+                     "port_num=uint32:1", "index_inside_slot=uint32:0"}),
+         kKeyOnly,
+         "Got device ID 217 which exceeds maximum device ID 216"},
+        {"device add with the largest device id",
+         device_add({"dev_id=uint32:4294967295", "is_master=tbool:false",
+                     "subsystem_name=string:x"}),
+         kKeyOnly},
+        {"device add with a master flag of the wrong type",
+         device_add({"dev_id=uint32:2", "is_master=string:yes"})},
+        {"device add with a port count and no ports",
+         device_add({"dev_id=uint32:2", "is_master=tbool:false", "port_num=uint32:4000000000",
+                     "subsystem_name=string:x", "index_inside_slot=uint32:0"}),
+         kKeyOnly},
+        {"device add whose ports have the wrong types",
+         device_add({"dev_id=uint32:2", "is_master=tbool:false", "port_num=uint32:1",
+                     "subsystem_name=string:x", "index_inside_slot=uint32:0",
+                     "virtual_1=string:no", "ifindex_1=string:x", "local_1=uint64:99"}),
+         kKeyOnly},
+
+        // Direct routes.
+        {"route update without bindings", route_update({})},
+        {"route update with a text SWID", route_update({"swid=string:zero"})},
+        {"route update for a SWID beyond the range", route_update({"swid=uint8:200"})},
+        {"route update with more targets than the table holds",
+         route_update({"swid=uint8:0", "number_of_target_devices=uint32:100000"})},
+        {"route update with counts and no paths",
+         route_update({"swid=uint8:0", "number_of_target_devices=uint32:2",
+                       "target_1_number_of_paths=uint32:4294967295"})},
+        {"route update whose hops are missing",
+         route_update({"swid=uint8:0", "number_of_target_devices=uint32:1",
+                       "target_1_device_id=uint32:3", "target_1_number_of_paths=uint32:1",
+                       "target_1_path_1_length=uint32:3"})},
+
+        // Configuration changes as a peer could notify them, one malformed shape a row.
+        {"change group without a change type",
+         dbchange_event({dbchange(1, "name", "string:/ib/config/externalports/69/speed"),
+                         dbchange(1, "new_attribs/value", "uint8:7")})},
+        {"change group without a name",
+         dbchange_event({dbchange(1, "change_type", "string:modify"),
+                         dbchange(1, "new_attribs/value", "uint8:7")})},
+        {"add without a new value",
+         dbchange_event({dbchange(1, "change_type", "string:add"),
+                         dbchange(1, "name", "string:/ib/config/externalports/69/speed")})},
+        {"add with a previous value",
+         dbchange_event({dbchange(1, "change_type", "string:add"),
+                         dbchange(1, "name", "string:/ib/config/externalports/69/speed"),
+                         dbchange(1, "new_attribs/value", "uint8:7"),
+                         dbchange(1, "prev_attribs/value", "uint8:255")})},
+        {"delete without a previous value",
+         dbchange_event({dbchange(1, "change_type", "string:delete"),
+                         dbchange(1, "name", "string:/ib/config/externalports/69/speed")})},
+        {"delete with a new value",
+         dbchange_event({dbchange(1, "change_type", "string:delete"),
+                         dbchange(1, "name", "string:/ib/config/externalports/69/speed"),
+                         dbchange(1, "new_attribs/value", "uint8:7"),
+                         dbchange(1, "prev_attribs/value", "uint8:255")})},
+        {"unknown change type",
+         dbchange_event({dbchange(1, "change_type", "string:rename"),
+                         dbchange(1, "name", "string:/ib/config/externalports/69/speed")}),
+         {},
+         "Unexpected change type rename"},
+        {"change of a speed leaf with a text value",
+         dbchange_event({dbchange(1, "change_type", "string:modify"),
+                         dbchange(1, "name", "string:/ib/config/externalports/69/speed"),
+                         dbchange(1, "new_attribs/value", "string:fast"),
+                         dbchange(1, "prev_attribs/value", "uint8:255")})},
+        {"change of a port with a name that is no number",
+         dbchange_event({dbchange(1, "change_type", "string:modify"),
+                         dbchange(1, "name", "string:/ib/config/externalports/abc/speed"),
+                         dbchange(1, "new_attribs/value", "uint8:7")})},
+        {"change of a port beyond every index",
+         dbchange_event({dbchange(1, "change_type", "string:modify"),
+                         dbchange(1, "name", "string:/ib/config/externalports/99999999999/mtu"),
+                         dbchange(1, "new_attribs/value", "string:4096")})},
+        {"change of a node deeper than any leaf",
+         dbchange_event({dbchange(1, "change_type", "string:modify"),
+                         dbchange(1, "name", "string:/ib/config/externalports/69/speed/a/b/c"),
+                         dbchange(1, "new_attribs/value", "uint8:7")})},
+        {"change named by a relative name",
+         dbchange_event({dbchange(1, "change_type", "string:modify"),
+                         dbchange(1, "name", "string:ib/config/../../etc"),
+                         dbchange(1, "new_attribs/value", "uint8:7")})},
+
+        // The same through the configuration, as an operator types it.
+        {"an MTU that is no number",
+         {"set", "/ib/config/externalports/69/mtu", "string", "bogus"}},
+        {"an MTU beyond any size",
+         {"set", "/ib/config/externalports/69/mtu", "string", "99999999999999999999"}},
+        {"a speed leaf of the wrong type",
+         {"set", "/ib/config/externalports/69/speed", "string", "fast"}},
+        {"an enable leaf of the wrong type",
+         {"set", "/ib/config/externalports/69/enable", "uint64", "18446744073709551615"}},
+        {"an FEC that is no mode", {"set", "/ib/config/externalports/69/fec", "string", "bogus"}},
+        {"a leaf no port has",
+         {"set", "/ib/config/externalports/69/colour", "string", "blue", "--create"}},
+        {"a port whose name is no number",
+         {"set", "/ib/config/externalports/x-1/speed", "uint8", "7", "--create"}},
+
+        // Queries with absurd names.
+        {"a very long name", {"get", kLongName}},
+        {"a name that climbs", {"get", "/ib/state/devid/../../../etc/passwd"}},
+        {"a device id that is no number", {"get", "/ib/state/devid/abc/max-hw-cap-speed"}},
+        {"a device id beyond the range", {"get", "/ib/state/devid/4294967297/max-hw-cap-speed"}},
+        {"a negative device id", {"get", "/ib/state/devid/-1/max-hw-cap-speed"}},
+        {"deep wildcards", {"iterate", "/ib/state/swid/*/nodes/*/*/*/*", "--subtree"}},
+        {"the whole tree at once", {"iterate", "/ib/state", "--subtree"}},
+        {"a port that doesn't exist", {"get", "/ib/state/externalports/4294967295/speed"}},
+
+        // Actions, with bindings they don't take.
+        {"an action with bindings of the wrong types",
+         {"--timeout", "3", "action", "/ib/actions/reset-port-counters", "ifindex=string:all",
+          "swid=uint64:18446744073709551615"}},
+        {"a print action with junk", {"--timeout", "3", "action", "/ib/actions/print-dev",
+                                      "x=string:" + std::string(4000, 'x')}},
+        {"the LED test without a port", {"--timeout", "3", "action", "/ib/actions/led-test-port"}},
+
+        {"configuration done with junk",
+         {"event", "/system/chassis/events/system-configure-done", "x=uint8:1", "y=string:"},
+         {},
+         "Received system configured done event"},
+
+        // Events whose flows the daemon doesn't run, or that it never asked for: logged
+        // and left.
+        {"an event nobody declared", {"event", "/ib/events/no-such-event", "x=uint8:1"}, {},
+         "Received unexpected event /ib/events/no-such-event"},
+        {"an event with an empty name", {"event", ""}},
+        {"an event with a very long name", {"event", "/portd/events/" + std::string(9000, 'e')}},
+        {"an event named like a known one, climbing",
+         {"event", "/portd/events/../events/ib-device-add", "dev_id=uint32:1"}},
+        {"a port enable with junk", {"event", "/portd/events/port-enable", "dev_id=string:x"}},
+        {"a device removal with junk",
+         {"event", "/portd/events/device-remove", "dev_id=uint32:4294967295"}},
+        {"a debug mode change with junk",
+         {"event", "/ib/events/ovd-debug-mode", "mode=string:on"}},
+    };
+}
+
+class HostileInput : public ::testing::Test {
+protected:
+    static void SetUpTestSuite()
+    {
+        std::string why;
+        sandboxed_ = ovd_test::enter_sandbox(&why);
+        why_ = why;
+    }
+
+    void SetUp() override
+    {
+        std::string why;
+        if (!sandboxed_) {
+            GTEST_SKIP() << "no private mount namespace: " << why_;
+        }
+        if (!ovd_test::Fabric::available(&why)) {
+            GTEST_SKIP() << "no fabric simulator: " << why;
+        }
+        char tmpl[] = "/tmp/hostile_input_test.XXXXXX";
+        ASSERT_NE(mkdtemp(tmpl), nullptr);
+        dir_ = tmpl;
+        receiver_ = std::make_unique<ovd_test::SyslogReceiver>();
+        ASSERT_TRUE(receiver_->ok());
+        rig_ = std::make_unique<ovd_test::DaemonRig>(dir_);
+        ASSERT_TRUE(rig_->start_fabric(&why)) << why;
+        ASSERT_NO_FATAL_FAILURE(rig_->start(kConfig, ovd_test::read_file(OVD_DEMO_DIR "/ib-state.reg"),
+                                            "builtin:standalone36", 2,
+                                            {"--relay-all-events"}));
+        const ovd_test::CtlResult add = rig_->portd({"add-devices", "1"});
+        ASSERT_EQ(0, add.code) << add.err;
+    }
+
+    void TearDown() override
+    {
+        rig_.reset();
+        receiver_.reset();
+        if (!dir_.empty()) {
+            std::filesystem::remove_all(dir_);
+        }
+    }
+
+    // The daemon is alive and answers a query on its session.
+    void expect_answering(const std::string &after)
+    {
+        ASSERT_TRUE(rig_->daemon().running()) << "the daemon ended after: " << after;
+        const ovd_test::CtlResult r = rig_->lite().ctl({"iterate", kProbe});
+        ASSERT_EQ(0, r.code) << "after: " << after << "\n" << r.err;
+    }
+
+    static inline bool sandboxed_ = false;
+    static inline std::string why_;
+    std::string dir_;
+    std::unique_ptr<ovd_test::SyslogReceiver> receiver_;
+    std::unique_ptr<ovd_test::DaemonRig> rig_;
+};
+
+TEST_F(HostileInput, NothingAPeerSendsEndsTheDaemon)
+{
+    expect_answering("the start");
+    for (const HostileRow &row : hostile_rows()) {
+        SCOPED_TRACE(row.what);
+        const size_t before = rig_->journal().size();
+        receiver_->clear();
+        // The answer is the stand-in's or the daemon's; either way it must come.
+        const ovd_test::CtlResult r = rig_->lite().ctl(row.ctl);
+        EXPECT_GE(r.code, 0) << "mgmtctl did not end";
+        ASSERT_NO_FATAL_FAILURE(expect_answering(row.what));
+        if (row.log != nullptr) {
+            EXPECT_TRUE(receiver_->wait_for(row.log, 5s)) << "the row missed its mark:\n"
+                                                          << ::testing::PrintToString(receiver_->lines());
+        }
+        for (const ovd_test::RegisterAccess &a : rig_->journal(before)) {
+            if (a.cmd == "GET") {
+                continue;
+            }
+            EXPECT_NE(std::find(row.may_write.begin(), row.may_write.end(), a.reg),
+                      row.may_write.end())
+                << "unasked write: " << a.reg << " " << a.cmd;
+        }
+    }
+    // The session the rows went over is the one it started with.
+    EXPECT_LT(receiver_->find("Lost connection to mgmtd"), 0);
+    EXPECT_EQ(1u, rig_->lite().log_lines("client 'IB Daemon' connected").size())
+        << rig_->lite().log();
+}
+
+}  // namespace

@@ -1,0 +1,113 @@
+#include "daemon_rig.h"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <csignal>
+#include <filesystem>
+#include <sstream>
+
+namespace ovd_test {
+
+using namespace std::chrono_literals;
+
+unsigned long long RegisterAccess::num(const std::string &name) const
+{
+    auto found = fields.find(name);
+    return found == fields.end() ? ~0ull : std::stoull(found->second, nullptr, 0);
+}
+
+std::vector<RegisterAccess> parse_register_journal(const std::string &text)
+{
+    std::vector<RegisterAccess> out;
+    std::istringstream in(text);
+    for (std::string line; std::getline(in, line);) {
+        std::istringstream words(line);
+        std::string seq;
+        RegisterAccess a;
+        words >> seq >> a.reg >> a.cmd;
+        if (a.cmd == "GET" && line.find(" ALL ") != std::string::npos) {
+            words >> seq;
+        }
+        for (std::string w; words >> w;) {
+            const size_t eq = w.find('=');
+            if (eq != std::string::npos) {
+                a.fields[w.substr(0, eq)] = w.substr(eq + 1);
+            }
+        }
+        out.push_back(a);
+    }
+    return out;
+}
+
+std::string register_models_dir()
+{
+    return (std::filesystem::path(OVD_SOURCE_DIR) / "src" /
+            "platform" / "libvqdreg" / "models")
+        .string();
+}
+
+DaemonRig::DaemonRig(std::string dir)
+    : dir_(std::move(dir)),
+      lite_(std::make_unique<MgmtdLite>(MGMTD_LITE_BIN, MGMTCTL_BIN, dir_, "")),
+      fabric_(std::make_unique<Fabric>())
+{
+}
+
+DaemonRig::~DaemonRig()
+{
+    stop();
+}
+
+bool DaemonRig::start_fabric(std::string *ret_why)
+{
+    return fabric_->start(ret_why);
+}
+
+void DaemonRig::start(const std::string &db_config, const std::string &registration,
+                      const std::string &model, int forward_timeout_s,
+                      const std::vector<std::string> &lite_args)
+{
+    write_file(dir_ + "/db.conf", db_config);
+    std::vector<std::string> args = {"--config", dir_ + "/db.conf"};
+    if (!registration.empty()) {
+        write_file(dir_ + "/ib.reg", registration);
+        args.insert(args.end(), {"--registration", dir_ + "/ib.reg", "--forward-timeout",
+                                 std::to_string(forward_timeout_s)});
+    }
+    args.insert(args.end(), lite_args.begin(), lite_args.end());
+    ASSERT_TRUE(lite_->start(args)) << lite_->log();
+    mkdir("/var/opt/vqdreg", 0755);
+    journal_ = dir_ + "/journal.log";
+    write_file("/var/opt/vqdreg/vqdreg.conf", "model " + model + "\njournal " + journal_ + "\n");
+    const std::vector<std::string> env = fabric_->client_env_preloaded({OVD_UMAD_BRIDGE});
+    ASSERT_TRUE(
+        daemon_.start({"/bin/sh", "-c", "cd '" + fabric_->dir() + "' && exec " OVD_BIN}, env));
+    ASSERT_TRUE(lite_->wait_for_log("event /ib/events/init-done from 'IB Daemon'"))
+        << lite_->log();
+}
+
+void DaemonRig::stop()
+{
+    if (daemon_.running()) {
+        daemon_.signal(SIGTERM);
+        daemon_.wait(15s);
+    }
+    lite_.reset();
+    fabric_.reset();
+    std::filesystem::remove_all("/var/opt/vqdreg");
+}
+
+CtlResult DaemonRig::portd(const std::vector<std::string> &args)
+{
+    return lite_->run_client(PORTD_LITE_BIN, args);
+}
+
+std::vector<RegisterAccess> DaemonRig::journal(size_t from) const
+{
+    std::vector<RegisterAccess> all = parse_register_journal(read_file(journal_));
+    return from < all.size() ? std::vector<RegisterAccess>(all.begin() + from, all.end())
+                             : std::vector<RegisterAccess>();
+}
+
+}  // namespace ovd_test

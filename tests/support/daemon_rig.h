@@ -1,0 +1,71 @@
+// The whole rig the daemon runs in: the stand-in management daemon with a configuration
+// and a registration file, the register library's configuration with a switch model and
+// a journal of its accesses, a simulated fabric for the management datagrams, and the
+// real daemon as a client of all three.  Tests drive it through the stand-ins' clients.
+#pragma once
+
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "fabric.h"
+#include "sandbox.h"
+#include "stand_ins.h"
+
+namespace ovd_test {
+
+// One line of the register journal: "SEQ REG CMD dev=N swid=S key=K status=ST f=0x.. ...".
+struct RegisterAccess {
+    std::string reg;
+    std::string cmd;
+    std::map<std::string, std::string> fields;
+
+    // A numeric field, or all ones when the line has none of that name.
+    unsigned long long num(const std::string &name) const;
+};
+
+std::vector<RegisterAccess> parse_register_journal(const std::string &text);
+
+// The folder of the bundled switch models.
+std::string register_models_dir();
+
+class DaemonRig {
+public:
+    // Files live in `dir`, which the caller made and removes.
+    explicit DaemonRig(std::string dir);
+    ~DaemonRig();
+    DaemonRig(const DaemonRig &) = delete;
+    DaemonRig &operator=(const DaemonRig &) = delete;
+
+    // Starts the fabric; false with the reason when it can't.
+    bool start_fabric(std::string *ret_why);
+    // mgmtd-lite with `db_config` (and `registration`, when not empty, with a forward
+    // time-out of `forward_timeout_s`) and `lite_args`, the register library on `model` with
+    // a journal, and the daemon; returns once the daemon announced itself.  Failures are
+    // test failures.
+    void start(const std::string &db_config, const std::string &registration,
+               const std::string &model, int forward_timeout_s = 2,
+               const std::vector<std::string> &lite_args = {});
+    // Ends the daemon (SIGTERM) and the stand-ins.
+    void stop();
+
+    MgmtdLite &lite() { return *lite_; }
+    Fabric &fabric() { return *fabric_; }
+    Child &daemon() { return daemon_; }
+    const std::string &journal_path() const { return journal_; }
+
+    // The port manager's stand-in, run to its end.
+    CtlResult portd(const std::vector<std::string> &args);
+    // The register accesses after the first `from` lines of the journal.
+    std::vector<RegisterAccess> journal(size_t from = 0) const;
+
+private:
+    std::string dir_;
+    std::string journal_;
+    std::unique_ptr<MgmtdLite> lite_;
+    std::unique_ptr<Fabric> fabric_;
+    Child daemon_;
+};
+
+}  // namespace ovd_test
