@@ -521,14 +521,14 @@ int pl_generate_chassis(uint32 system_type, uint32 spine_slots, uint32 leaf_slot
                 if (spine) {
                     out << "port " << dev << " 1-" << ports
                         << " swid=0 ib_port=auto module=none width=4 speed_cap=0x3f"
-                           " width_cap=0x05 max_mtu=4096 vl_cap=4 admin=up\n";
+                           " width_cap=0x05 max_mtu=4096 vl_cap=8 admin=up\n";
                 } else {
                     out << "port " << dev << " 1-" << ports / 2
                         << " swid=0 ib_port=auto module=auto width=4 speed_cap=0x3f"
-                           " width_cap=0x05 max_mtu=4096 vl_cap=4 admin=up\n"
+                           " width_cap=0x05 max_mtu=4096 vl_cap=8 admin=up\n"
                         << "port " << dev << " " << ports / 2 + 1 << "-" << ports
                         << " swid=0 ib_port=auto module=none width=4 speed_cap=0x3f"
-                           " width_cap=0x05 max_mtu=4096 vl_cap=4 admin=up\n"
+                           " width_cap=0x05 max_mtu=4096 vl_cap=8 admin=up\n"
                         << "module " << dev << " 0-" << ports / 2 - 1
                         << " present=yes type=qsfp28 vendor=\"VQ CABLES\" part=\"VQC-EDR-1M\""
                            " length=1\n";

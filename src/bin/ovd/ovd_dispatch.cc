@@ -12,8 +12,10 @@
 #include "ovd_device_add.h"
 #include "ovd_direct_routes.h"
 #include "ovd_main.h"
+#include "ovd_port_enable.h"
 #include "ovd_ports_cache.h"
 #include "ovd_state_tree.h"
+#include "ovd_validate.h"
 #include "tstr_array.h"
 #include "tstring.h"
 
@@ -206,8 +208,8 @@ int ovd_handle_event_request(gcl_session *sess, bn_request **inout_request, void
     name = ts_str(event_name);
     lc_log_basic(LOG_NOTICE, "Received event: %s", name);
 
-    // In the order of the interest declarations.  The removal, burn, enable, validation,
-    // blade and debug-mode events join here with their flows.
+    // In the order of the interest declarations.  The removal, burn and blade events join
+    // here with their flows.
     if (strcmp(name, mdc_event_dbchange) == 0) {
         err = ovd_handle_dbchange_event(event_name, bindings);
         bail_error(err);
@@ -217,6 +219,18 @@ int ovd_handle_event_request(gcl_session *sess, bn_request **inout_request, void
     } else if (strcmp(name, "/topod/events/ib-direct-route-update") == 0) {
         lc_log_basic(LOG_NOTICE, "Received direct route update event\n");
         err = ovd_handle_update_direct_route_event(bindings);
+        bail_error(err);
+    } else if (strcmp(name, "/portd/events/port-enable") == 0) {
+        err = ovd_handle_device_port_enable_event(bindings);
+        bail_error(err);
+    } else if (strcmp(name, "/portd/events/device-validate-ib") == 0) {
+        err = ovd_handle_ib_device_validate_event(bindings);
+        bail_error(err);
+    } else if (strcmp(name, "/ib/events/ovd-debug-mode") == 0) {
+        err = ovd_handle_debug_mode_change_event(bindings);
+        bail_error(err);
+    } else if (strcmp(name, "/portd/events/port-disable") == 0) {
+        err = ovd_handle_ib_device_port_disable_event(bindings);
         bail_error(err);
     } else if (strcmp(name, "/system/chassis/events/ignore-all-db-changes") == 0) {
         lc_log_basic(LOG_NOTICE, "Setting flag to ignore all db changes");

@@ -120,8 +120,8 @@ void ovd_log_missing_config(const char *func, const tstring *ifindex)
                  ts_str(ifindex));
 }
 
-// The device's display name and index in its slot, for log lines; an unknown device reads
-// as an empty name.
+} // namespace
+
 void ovd_device_log_name(uint32 dev_id, const char **ret_name, int *ret_index)
 {
     const devinfo *dev = dev_id < OVD_NUM_DEVICES ? devsinfo[dev_id] : nullptr;
@@ -129,8 +129,6 @@ void ovd_device_log_name(uint32 dev_id, const char **ret_name, int *ret_index)
     *ret_name = dev != nullptr ? ts_str_maybe_empty(dev->subsystem_name) : "";
     *ret_index = dev != nullptr ? static_cast<int>(dev->index_inside_slot) : 0;
 }
-
-} // namespace
 
 void ovd_port_set_settle_hook(ovd_port_settle_hook_t hook)
 {

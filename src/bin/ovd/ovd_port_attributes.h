@@ -57,6 +57,10 @@ int ovd_handle_ib_port_fec_config_status(const tstring *bname, const bn_binding 
 // this daemon doesn't serve is left alone.  configured_state is not changed.
 int setIbPortAttribute(ifindexInformation *port_info, void *data, const char *attribute);
 
+// The device's display name and index in its slot, for log lines; an unknown device reads
+// as an empty name.
+void ovd_device_log_name(uint32 dev_id, const char **ret_name, int *ret_index);
+
 // The one door to a port's administrative state.  A SWID this daemon doesn't serve is
 // skipped with a warning and no error.
 int ovd_set_paos_register(uint32 dev_id, uint8 local_port, uint8 label_port, uint8 swid,

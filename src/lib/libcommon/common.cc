@@ -207,6 +207,30 @@ bail:
     return err;
 }
 
+int lc_str_to_uint32(const char *str, uint32 *ret_value)
+{
+    int err = 0;
+    uint64 value = 0;
+    bail_null(ret_value);
+    *ret_value = 0;
+    bail_null(str);
+    if (*str == '\0') {
+        return lc_err_bad_type;
+    }
+    for (const char *c = str; *c != '\0'; ++c) {
+        if (*c < '0' || *c > '9') {
+            return lc_err_bad_type;
+        }
+        value = value * 10 + static_cast<uint64>(*c - '0');
+        if (value > UINT32_MAX) {
+            return lc_err_bad_type;
+        }
+    }
+    *ret_value = static_cast<uint32>(value);
+bail:
+    return err;
+}
+
 const char *lc_bool_to_str(tbool value)
 {
     return value ? "true" : "false";

@@ -54,8 +54,8 @@ struct Port {
     uint8_t width_admin = 0x05;
     uint16_t max_mtu = 4096;
     uint16_t admin_mtu = 4096;
-    uint8_t vl_cap = 4;
-    uint8_t vl_admin = 4;
+    uint8_t vl_cap = 8;  // VL0 - VL7
+    uint8_t vl_admin = 8;
     uint8_t admin_status = VQD_PORT_ADMIN_STATUS_UP;
     uint8_t ee = 0;
     uint8_t e = 0;

@@ -289,6 +289,17 @@ TEST(CommonHelpers, BoolsPrefixesAndSafeCalls)
     EXPECT_EQ(lc_str_to_bool("True", &b), lc_err_bad_type);
     EXPECT_EQ(lc_str_to_bool("yes", &b), lc_err_bad_type);
 
+    uint32 u = 7;
+    ASSERT_EQ(lc_str_to_uint32("4294967295", &u), 0);
+    EXPECT_EQ(u, 4294967295u);
+    ASSERT_EQ(lc_str_to_uint32("0069", &u), 0);
+    EXPECT_EQ(u, 69u);
+    for (const char *t : {"", "4294967296", "-1", "+1", " 1", "1 ", "0x10", "1e3", "abc"}) {
+        u = 7;
+        EXPECT_EQ(lc_str_to_uint32(t, &u), lc_err_bad_type) << t;
+        EXPECT_EQ(u, 0u) << t;
+    }
+
     EXPECT_TRUE(lc_is_prefix("/ib/", "/ib/config", false));
     EXPECT_FALSE(lc_is_prefix("/IB/", "/ib/config", false));
     EXPECT_TRUE(lc_is_prefix("/IB/", "/ib/config", true));

@@ -225,10 +225,10 @@ TEST_F(VqdRegTest, PmtuAndPvlcOperationalFollowAdmin)
     ku_pvlc_reg vr{};
     vr.local_port = 2;
     ASSERT_EQ(vqd_access_reg_pvlc(&vr, &get, 1, nullptr, nullptr), VQD_STATUS_SUCCESS);
-    EXPECT_EQ(vr.vl_cap, 4);
+    EXPECT_EQ(vr.vl_cap, 8);
     EXPECT_EQ(vr.vl_admin, 3);
     EXPECT_EQ(vr.vl_operational, 3);
-    vl.vl_admin = 5;
+    vl.vl_admin = 9;
     EXPECT_EQ(vqd_access_reg_pvlc(&vl, &set, 1, nullptr, nullptr), VQD_STATUS_PARAM_ERROR);
 }
 

@@ -438,7 +438,7 @@ TEST_F(RegistersTest, GetAdminCapWithoutPplmReportsNoFec)
     ASSERT_EQ(sa_get_port_admin_cap(0, 1, 3, &cap, S_ZR4036), 0);
     EXPECT_EQ(cap.fec_cap, 1);
     EXPECT_EQ(cap.mtu_cap, 4096);
-    EXPECT_EQ(cap.vl_cap, 4);
+    EXPECT_EQ(cap.vl_cap, 8);
     EXPECT_EQ(cap.link_speed_supported, 0x3f);
     EXPECT_EQ(cap.link_width_supported, 0x05);
     EXPECT_EQ(regs(), (Regs{"PVLC GET", "PMTU GET", "PTYS GET"}));
