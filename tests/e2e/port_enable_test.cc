@@ -353,3 +353,31 @@ TEST_F(PortEnable, DebugModeIsRefusedOnAStandaloneSystem)
 }
 
 }  // namespace
+
+namespace {
+
+// Not a hand-shake, but the same rig: a new host name reaches every device's node
+// description.
+TEST_F(PortEnable, HostNameChangeRewritesTheNodeDescriptions)
+{
+    const std::string model = ovd_test::register_models_dir() + "/chassis_leafspine.model";
+    std::string config = kConfig;
+    config.replace(config.find("uint32    36"), 12, "uint32    22");
+    ASSERT_NO_FATAL_FAILURE(rig_->start(config, "", model));
+    ASSERT_EQ(0, rig_->portd({"--model", model, "--system-type", "22", "add-devices"}).code);
+
+    const size_t before = rig_->journal().size();
+    ASSERT_EQ(0, rig_->lite().ctl({"set", "/system/hostname", "hostname", "renamed-switch"}).code);
+    ASSERT_TRUE(receiver_->wait_for("[ovd.NOTICE]: Setting Hostname: renamed-switch"));
+    const std::vector<ovd_test::RegisterAccess> acc = journal_after(before, 5);
+    std::vector<unsigned long long> devices;
+    for (const ovd_test::RegisterAccess &a : acc) {
+        EXPECT_EQ("SPZR", a.reg) << ovd_test::read_file(rig_->journal_path());
+        devices.push_back(a.num("dev"));
+    }
+    EXPECT_EQ((std::vector<unsigned long long>{1, 5, 13, 17, 21}), devices)
+        << ovd_test::read_file(rig_->journal_path());
+    EXPECT_TRUE(receiver_->wait_for("Node description for this node will be: MF0;renamed-switch:"));
+}
+
+}  // namespace
