@@ -212,7 +212,7 @@ TEST_F(DeviceAdd, StandaloneSwitchKeyFirstThenIdentityAndTheEdgeCases)
     EXPECT_EQ(0u, acc[1].num("swid"));
     EXPECT_EQ("SPZR", acc[2].reg);
     EXPECT_EQ(1u, acc[2].num("sig"));
-    EXPECT_EQ(0x000a5e0300a1b2c0ull, acc[2].num("system_image_guid_h_l"));
+    EXPECT_EQ(0x02ab010300a1b2c0ull, acc[2].num("system_image_guid_h_l"));
     // The simulator answers SMPs with the description of its own topology, so the text
     // written is checked by its length in the journal and in the daemon's log.
     const std::string desc = "MF0;e2e-switch:E2E/U1";

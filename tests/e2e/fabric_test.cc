@@ -46,7 +46,7 @@ TEST_F(FabricTest, AttachedSwitchAnswersNodeInfo)
     ASSERT_EQ(0, r.status) << r.out;
     EXPECT_EQ("Switch", get(r, "NodeType"));
     EXPECT_EQ("36", get(r, "NumPorts"));
-    EXPECT_EQ("0x7cfe900300aa0000", get(r, "Guid"));
+    EXPECT_EQ("0x02ab010000aa0000", get(r, "Guid"));
     const FabricResult desc = fabric.smpquery({"-D", "nodedesc", "0"});
     ASSERT_EQ(0, desc.status) << desc.out;
     EXPECT_NE(std::string::npos, desc.out.find("sw1 managed switch")) << desc.out;

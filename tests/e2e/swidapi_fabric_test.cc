@@ -106,7 +106,7 @@ TEST_F(SwidapiFabricTest, NodeInfoGuidAndLidMatchSmpquery)
         const FabricResult port0 = fabric.smpquery({"-D", "portinfo", path, "0"});
         EXPECT_EQ(get(port0, "Lid"), get(ours, "node_lid")) << port0.out;
     }
-    EXPECT_EQ("0x7cfe900300aa0000", get(probe(&fabric, {"nodeinfo", "0"}), "Guid"));
+    EXPECT_EQ("0x02ab010000aa0000", get(probe(&fabric, {"nodeinfo", "0"}), "Guid"));
     EXPECT_EQ("15", get(probe(&fabric, {"nodeinfo", "0,35,1"}), "node_lid"));
 }
 
@@ -206,7 +206,7 @@ TEST_F(SwidapiFabricTest, BridgeMapsEverySwidDeviceAndItsSysfs)
     const FabricResult lid = probe(&fabric, {"sysfs", "lid"});
     EXPECT_EQ("0", get(lid, "err")) << lid.out;
     EXPECT_EQ("0x1", get(lid, "value"));
-    EXPECT_EQ("0000:0000:0000:0000:7cfe:9003:00aa:0000", get(probe(&fabric, {"sysfs", "guid"}), "value"));
+    EXPECT_EQ("0000:0000:0000:0000:02ab:0100:00aa:0000", get(probe(&fabric, {"sysfs", "guid"}), "value"));
     EXPECT_EQ("0x0", get(probe(&fabric, {"sysfs", "sm_lid"}), "value"));
     const FabricResult missing = probe(&fabric, {"sysfs", "no_such_file"});
     EXPECT_EQ(std::to_string(14004), get(missing, "err")) << missing.out;
@@ -215,7 +215,7 @@ TEST_F(SwidapiFabricTest, BridgeMapsEverySwidDeviceAndItsSysfs)
 
     // Another SWID's device lands on the same simulated device.
     const FabricResult swid3 = probe(&fabric, {"-s", "3", "nodeinfo", "0"});
-    EXPECT_EQ("0x7cfe900300aa0000", get(swid3, "Guid")) << swid3.out;
+    EXPECT_EQ("0x02ab010000aa0000", get(swid3, "Guid")) << swid3.out;
     EXPECT_NE(std::string::npos, swid3.out.find("IB DEVICE NAME : [vq_ib_3]")) << swid3.out;
 
     // Without the bridge the device of the SWID does not exist.

@@ -514,10 +514,10 @@ int pl_generate_chassis(uint32 system_type, uint32 spine_slots, uint32 leaf_slot
         for (uint32 slot = 0; slot < slots; ++slot) {
             for (uint32 chip = 0; chip < chips; ++chip) {
                 const uint32 dev = base + slot * 4 + chip;
-                snprintf(guid, sizeof(guid), "0x000a5e0300d%05x", dev << 4);
+                snprintf(guid, sizeof(guid), "0x02ab010300d%05x", dev << 4);
                 out << "device " << dev << " board_id=\"" << (spine ? "VQ_SPINE" : "VQ_LEAF")
-                    << ports << "_EDR\" vendor_id=0x0a5e node_guid=" << guid
-                    << " system_image_guid=0x000a5e0300d00000 pplm=no\n";
+                    << ports << "_EDR\" vendor_id=0x02ab node_guid=" << guid
+                    << " system_image_guid=0x02ab010300d00000 pplm=no\n";
                 if (spine) {
                     out << "port " << dev << " 1-" << ports
                         << " swid=0 ib_port=auto module=none width=4 speed_cap=0x3f"

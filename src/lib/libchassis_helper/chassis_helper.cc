@@ -174,7 +174,7 @@ static struct sys_xlate g_sys_xlate_zr4006[] = {
     {nullptr, nullptr, nullptr},
 };
 
-#define SAH_EULA_LINK "/opt/tms/doc/eula.txt"
+#define SAH_EULA_LINK "/usr/share/doc/ovd/licence.txt"
 
 // Environment profiles (chassis manager only): CPLD, status LED, spine and CPU name
 // translation, fan count, interrupt-driven sensors, default fan speeds (percent), maximum

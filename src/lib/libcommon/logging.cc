@@ -19,24 +19,14 @@
 const char lc_build_number[] = "1";
 
 const lc_enum_string_map lc_component_id_map[] = {
-    {LCI_MGMTD, "mgmtd"},     {LCI_GCL, "gcl"},         {LCI_MDC, "mdc"},
-    {LCI_BNODE, "bnode"},     {LCI_EVENT, "event"},     {LCI_COMMON, "common"},
-    {LCI_CLI, "cli"},         {LCI_WEB, "web"},         {LCI_PM, "pm"},
-    {LCI_SNMP, "snmp"},       {LCI_XG, "xg"},           {LCI_STATSD, "statsd"},
-    {LCI_SCHED, "sched"},     {LCI_CMC, "cmc"},         {LCI_RGP, "rgp"},
-    {LCI_NTP, "ntp"},         {LCI_SYSLOG, "syslog"},   {LCI_IMAGE, "image"},
-    {LCI_UNK, "unk"},         {LCI_PROGRESS, "progress"}, {LCI_CLUSTER, "cluster"},
-    {LCI_LOGGING, "logging"}, {LCI_EMAIL, "email"},     {LCI_AAA, "aaa"},
-    {LCI_TMS, "tms"},         {LCI_TEST, "test"},       {0, nullptr},
+    {LCI_UNK, "unk"},
+    {0, nullptr},
 };
 
 const lc_enum_string_map lc_customer_component_id_map[] = {
-    {LCI_CHASSISD, "chassisd"}, {LCI_HWD, "hwd"},         {LCI_SX_NET, "sx_net"},
-    {LCI_ISSD, "issd"},         {LCI_SMD, "smd"},         {LCI_RESOURCED, "resourced"},
-    {LCI_PORTD, "portd"},       {LCI_OVD, "ovd"},         {LCI_TOPOD, "topod"},
-    {LCI_EXTSD, "extsd"},       {LCI_SYSDUMP, "sysdump"}, {LCI_UPGRADED, "upgraded"},
-    {LCI_CME, "cme"},           {LCI_FW_UPDT, "fw_updt"}, {LCI_LEDD, "ledd"},
-    {LCI_SENSORD, "sensord"},   {LCI_BRELLD, "brelld"},   {0, nullptr},
+    {LCI_HWD, "hwd"},     {LCI_PORTD, "portd"},     {LCI_OVD, "ovd"},   {LCI_TOPOD, "topod"},
+    {LCI_CME, "cme"},     {LCI_FW_UPDT, "fw_updt"}, {LCI_BRELLD, "brelld"},
+    {0, nullptr},
 };
 
 const lc_enum_string_map lc_log_level_map[] = {

@@ -79,14 +79,13 @@ typedef struct vqd_reg_meta {
 typedef void (*vqd_completion_handler_t)(vqd_status_t status, void *reg_data,
                                          vqd_reg_meta_t *reg_meta, void *context);
 
-// The library's log callback and its severities.
+// The library's log callback and the severities it tells apart; anything else counts as
+// the most verbose.
 typedef enum vq_log_severity {
     VQ_LOG_SEVERITY_ERROR = 1,
     VQ_LOG_SEVERITY_WARNING = 3,
     VQ_LOG_SEVERITY_NOTICE = 7,
     VQ_LOG_SEVERITY_INFO = 15,
-    VQ_LOG_SEVERITY_DEBUG = 31,
-    VQ_LOG_SEVERITY_FUNCS = 63,
 } vq_log_severity_t;
 
 typedef void (*vq_log_cb_t)(vq_log_severity_t severity, const char *module_name, char *msg);
@@ -95,14 +94,7 @@ typedef enum vqd_port_admin_status {
     VQD_PORT_ADMIN_STATUS_UP = 1,
     VQD_PORT_ADMIN_STATUS_DOWN_BY_CONF = 2,
     VQD_PORT_ADMIN_STATUS_UP_ONCE = 3,
-    VQD_PORT_ADMIN_STATUS_DISABLED = 4,
 } vqd_port_admin_status_t;
-
-typedef enum vqd_port_oper_status {
-    VQD_PORT_OPER_STATUS_UP = 1,
-    VQD_PORT_OPER_STATUS_DOWN = 2,
-    VQD_PORT_OPER_STATUS_FAILURE = 4,
-} vqd_port_oper_status_t;
 
 typedef uint32_t vqd_port_eth_proto_t;
 typedef uint32_t vqd_port_fc_proto_t;

@@ -80,7 +80,7 @@ struct Identity {
 struct Device {
     uint8_t id = 0;
     std::string board_id = "VQ_SWITCH";
-    uint16_t vendor_id = 0x0a5e;
+    uint16_t vendor_id = 0x02ab;
     uint64_t node_guid = 0;
     uint64_t system_image_guid = 0;
     std::string ndesc;
@@ -172,9 +172,9 @@ void build_eeprom(Module &mod, unsigned dev, unsigned index)
     m[146] = static_cast<uint8_t>(mod.length);  // copper length, metres
     m[147] = 0xa0;                  // transmitter technology: copper, unequalised
     put_text(m, 148, 16, mod.vendor);
-    m[165] = 0x00;                  // vendor OUI
-    m[166] = 0x02;
-    m[167] = 0xc9;
+    m[165] = 0x02;                  // vendor OUI: an invented, locally administered one
+    m[166] = 0xab;
+    m[167] = 0x01;
     put_text(m, 168, 16, mod.part);
     put_text(m, 184, 2, "A2");
     std::string serial = mod.serial;
@@ -774,7 +774,7 @@ vqd_status_t do_paos(Device &d, vqd_access_cmd_t cmd, const vqd_reg_meta_t &, ku
     if (st != VQD_STATUS_SUCCESS) return st;
     if (cmd == VQD_ACCESS_CMD_SET) {
         if (r->ase) {
-            if (r->admin_status < VQD_PORT_ADMIN_STATUS_UP || r->admin_status > VQD_PORT_ADMIN_STATUS_DISABLED) {
+            if (r->admin_status < VQD_PORT_ADMIN_STATUS_UP || r->admin_status > VQD_PORT_ADMIN_STATUS_UP_ONCE) {
                 return VQD_STATUS_PARAM_ERROR;
             }
             p->admin_status = r->admin_status;
@@ -786,7 +786,7 @@ vqd_status_t do_paos(Device &d, vqd_access_cmd_t cmd, const vqd_reg_meta_t &, ku
     }
     r->swid = p->swid;
     r->admin_status = p->admin_status;
-    r->oper_status = port_link_up(d, *p) ? VQD_PORT_OPER_STATUS_UP : VQD_PORT_OPER_STATUS_DOWN;
+    r->oper_status = port_link_up(d, *p) ? VQD_SIM_OPER_UP : VQD_SIM_OPER_DOWN;
     r->ase = 0;
     r->ee = 0;
     r->e = p->e;
@@ -1368,7 +1368,7 @@ extern "C" vqd_status_t vqd_access_reg_init(uint32_t app_id, vq_log_cb_t log_cb,
     }
     s.open = true;
     // Debug level only: the daemon's log at start-up is kept short.
-    sim_log(VQ_LOG_SEVERITY_DEBUG, "register access opened for client %u: %zu device(s)%s", app_id,
+    sim_log(VQ_LOG_SEVERITY_INFO, "register access opened for client %u: %zu device(s)%s", app_id,
             s.devices.size(), f ? "" : ", built-in model");
     return VQD_STATUS_SUCCESS;
 }

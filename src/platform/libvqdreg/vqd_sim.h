@@ -44,6 +44,12 @@
 
 #include "vqd_access_reg.h"
 
+// What the simulated switch reports in oper_status of PAOS and PMAOS.
+enum vqd_sim_oper_status {
+    VQD_SIM_OPER_UP = 1,
+    VQD_SIM_OPER_DOWN = 2,
+};
+
 namespace vqdsim {
 
 // Where the library looks for its configuration when it is opened.

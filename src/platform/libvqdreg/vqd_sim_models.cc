@@ -7,7 +7,7 @@ namespace {
 
 const char kStandalone36[] = R"MODEL(
 # A standalone 36-port EDR switch: one device, 36 front-panel QSFP28 cages.
-device 1 board_id="VQ_SW36_EDR" vendor_id=0x0a5e node_guid=0x000a5e0300a1b2c0 system_image_guid=0x000a5e0300a1b2c0 pplm=no
+device 1 board_id="VQ_SW36_EDR" vendor_id=0x02ab node_guid=0x02ab010300a1b2c0 system_image_guid=0x02ab010300a1b2c0 pplm=no
 
 # Front panel: local port N is InfiniBand port N in module N-1, all of SWID 0.
 port 1 1-36 swid=0 ib_port=auto module=auto width=4 speed_cap=0x3f width_cap=0x05 max_mtu=4096 vl_cap=8 admin=up
@@ -20,9 +20,9 @@ module 1 32-35 present=no
 const char kChassisSmall[] = R"MODEL(
 # A small chassis: two leaves with 18 front-panel cages and 18 internal ports each,
 # and one spine whose 36 ports are all internal.
-device 1 board_id="VQ_LEAF18_EDR" vendor_id=0x0a5e node_guid=0x000a5e0300c00010 system_image_guid=0x000a5e0300c00000 pplm=no
-device 2 board_id="VQ_LEAF18_EDR" vendor_id=0x0a5e node_guid=0x000a5e0300c00020 system_image_guid=0x000a5e0300c00000 pplm=no
-device 3 board_id="VQ_SPINE36_EDR" vendor_id=0x0a5e node_guid=0x000a5e0300c00030 system_image_guid=0x000a5e0300c00000 pplm=no
+device 1 board_id="VQ_LEAF18_EDR" vendor_id=0x02ab node_guid=0x02ab010300c00010 system_image_guid=0x02ab010300c00000 pplm=no
+device 2 board_id="VQ_LEAF18_EDR" vendor_id=0x02ab node_guid=0x02ab010300c00020 system_image_guid=0x02ab010300c00000 pplm=no
+device 3 board_id="VQ_SPINE36_EDR" vendor_id=0x02ab node_guid=0x02ab010300c00030 system_image_guid=0x02ab010300c00000 pplm=no
 
 # Leaves: ports 1-18 to the front panel, 19-36 to the spine.
 port 1 1-18 swid=0 ib_port=auto module=auto width=4 speed_cap=0x3f width_cap=0x05 max_mtu=4096 vl_cap=8 admin=up

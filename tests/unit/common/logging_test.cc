@@ -255,7 +255,10 @@ TEST_F(LoggingTest, SeverityNamesAndComponents)
     EXPECT_EQ(sev, LOG_WARNING);
     EXPECT_STREQ(lc_log_get_component_name(LCI_UNK), "unk");
     EXPECT_STREQ(lc_log_get_component_name(LCI_OVD), "ovd");
-    EXPECT_STREQ(lc_log_get_component_name(4000), "UNKNOWN_COMP");
+    EXPECT_STREQ(lc_log_get_component_name(LCI_BRELLD), "brelld");
+    for (const uint32 id : {0u, 1u, 2u, 257u, 258u, 4000u}) {
+        EXPECT_STREQ(lc_log_get_component_name(id), "UNKNOWN_COMP") << id;
+    }
     // A level of 0x88 ORed in marks the message only; other invalid levels log as errors.
     lc_log_internal(__func__, __FILE__, __LINE__, 0, 0, 9,
                     "bad level");

@@ -69,12 +69,12 @@ public:
     void device(uint32 dev_id, const std::vector<PortDesc> &ports, uint8 hw_cap = 5)
     {
         u32("system_type", k_standalone_type);
-        u64("system_image_guid", 0x000a5e0300a1b2c0ull);
+        u64("system_image_guid", 0x02ab010300a1b2c0ull);
         u8("ib_swid_num", 0);
         u32("dev_id", dev_id);
         u32("subsystem_type", 0);
         str("subsystem_name", "MGMT");
-        str("device_name", "SX" + std::to_string(dev_id));
+        str("device_name", "VQ_SW" + std::to_string(dev_id));
         u32("slot_id", 1);
         u32("index_inside_slot", 1);
         u8("max_ib_speed_hw_cap", hw_cap);
@@ -240,7 +240,7 @@ TEST_F(DeviceAdd, RecordsDeviceAndPortsAfterWritingTheKeyFirst)
         EXPECT_EQ(j[n].field("ndm"), n % 2 == 1 ? 1u : 0u);
         EXPECT_EQ(j[n].field("sig"), n % 2 == 0 ? 1u : 0u);
     }
-    EXPECT_EQ(j[2].field("system_image_guid_h_l"), 0x000a5e0300a1b2c0ull);
+    EXPECT_EQ(j[2].field("system_image_guid_h_l"), 0x02ab010300a1b2c0ull);
 
     // What the switch now answers as its description on SWID 2.
     ku_spzr_reg spzr{};
@@ -254,13 +254,13 @@ TEST_F(DeviceAdd, RecordsDeviceAndPortsAfterWritingTheKeyFirst)
 
     // The system part of the first event.
     EXPECT_EQ(system_type, k_standalone_type);
-    EXPECT_EQ(system_image_guid, 0x000a5e0300a1b2c0ull);
+    EXPECT_EQ(system_image_guid, 0x02ab010300a1b2c0ull);
     EXPECT_EQ(system_node_guid, system_image_guid);
 
     devinfo *dev = devsinfo[1];
     ASSERT_NE(dev, nullptr);
     EXPECT_STREQ(ts_str(dev->subsystem_name), "MGMT");
-    EXPECT_STREQ(ts_str(dev->device_name), "SX1");
+    EXPECT_STREQ(ts_str(dev->device_name), "VQ_SW1");
     EXPECT_EQ(dev->slot_id, 1u);
     EXPECT_EQ(dev->max_ib_speed_hw_cap, 63);   // EDR and all below
     EXPECT_EQ(dev->max_ib_speed_sw_limit, 15);  // FDR10 and all below

@@ -97,10 +97,10 @@ TEST_F(VqdRegTest, ChassisModelHasThreeDevicesAndInternalPorts)
     std::string why;
     ASSERT_TRUE(vqdsim::load_model_text(vqdsim::builtin_model_text("chassis_small"), &why)) << why;
     // An internal leaf port has no cage and is up; a spine port too.
-    EXPECT_EQ(paos_get(1, 30).oper_status, VQD_PORT_OPER_STATUS_UP);
-    EXPECT_EQ(paos_get(3, 36).oper_status, VQD_PORT_OPER_STATUS_UP);
+    EXPECT_EQ(paos_get(1, 30).oper_status, VQD_SIM_OPER_UP);
+    EXPECT_EQ(paos_get(3, 36).oper_status, VQD_SIM_OPER_UP);
     // An empty cage on the second leaf keeps its port down.
-    EXPECT_EQ(paos_get(2, 15).oper_status, VQD_PORT_OPER_STATUS_DOWN);
+    EXPECT_EQ(paos_get(2, 15).oper_status, VQD_SIM_OPER_DOWN);
     ku_ptys_reg r{};
     EXPECT_EQ(ptys(VQD_ACCESS_CMD_GET, 4, 1, &r), VQD_STATUS_NO_PATH_TO_DEVICE);
 }
@@ -119,7 +119,7 @@ TEST_F(VqdRegTest, VirtualPortsAndLaterLinesOverride)
     ASSERT_EQ(ptys(VQD_ACCESS_CMD_GET, 5, 2, &r), VQD_STATUS_SUCCESS);
     EXPECT_EQ(r.ib_proto_capability & 0xff, 0x04u);
     EXPECT_EQ(paos_get(5, 2).admin_status, VQD_PORT_ADMIN_STATUS_DOWN_BY_CONF);
-    EXPECT_EQ(paos_get(5, 65).oper_status, VQD_PORT_OPER_STATUS_UP);
+    EXPECT_EQ(paos_get(5, 65).oper_status, VQD_SIM_OPER_UP);
     ASSERT_EQ(ptys(VQD_ACCESS_CMD_GET, 5, 1, &r), VQD_STATUS_SUCCESS);
     EXPECT_EQ(r.ib_proto_capability & 0xff, 0x3fu);
 }
@@ -144,31 +144,31 @@ TEST_F(VqdRegTest, BadModelIsRefusedWithLineAndOldModelStays)
 
 TEST_F(VqdRegTest, PaosAdminMovesOperationalStatus)
 {
-    EXPECT_EQ(paos_get(1, 3).oper_status, VQD_PORT_OPER_STATUS_UP);
+    EXPECT_EQ(paos_get(1, 3).oper_status, VQD_SIM_OPER_UP);
     ASSERT_EQ(paos_set(1, 3, VQD_PORT_ADMIN_STATUS_DOWN_BY_CONF), VQD_STATUS_SUCCESS);
     ku_paos_reg down = paos_get(1, 3);
     EXPECT_EQ(down.admin_status, VQD_PORT_ADMIN_STATUS_DOWN_BY_CONF);
-    EXPECT_EQ(down.oper_status, VQD_PORT_OPER_STATUS_DOWN);
+    EXPECT_EQ(down.oper_status, VQD_SIM_OPER_DOWN);
     ku_ptys_reg r{};
     ASSERT_EQ(ptys(VQD_ACCESS_CMD_GET, 1, 3, &r), VQD_STATUS_SUCCESS);
     EXPECT_EQ(r.ib_proto_oper, 0u);
     ASSERT_EQ(paos_set(1, 3, VQD_PORT_ADMIN_STATUS_UP), VQD_STATUS_SUCCESS);
-    EXPECT_EQ(paos_get(1, 3).oper_status, VQD_PORT_OPER_STATUS_UP);
+    EXPECT_EQ(paos_get(1, 3).oper_status, VQD_SIM_OPER_UP);
     // Without "ase" the admin state is not touched.
     ku_paos_reg noop{};
     noop.local_port = 3;
     noop.admin_status = VQD_PORT_ADMIN_STATUS_DOWN_BY_CONF;
     vqd_reg_meta_t m = meta(VQD_ACCESS_CMD_SET, 1);
     ASSERT_EQ(vqd_access_reg_paos(&noop, &m, 1, nullptr, nullptr), VQD_STATUS_SUCCESS);
-    EXPECT_EQ(paos_get(1, 3).oper_status, VQD_PORT_OPER_STATUS_UP);
+    EXPECT_EQ(paos_get(1, 3).oper_status, VQD_SIM_OPER_UP);
 }
 
 TEST_F(VqdRegTest, PortWithoutModuleStaysDownUntilPlugged)
 {
     // Cages 32-35 are empty in the default model: local port 33 is module 32.
-    EXPECT_EQ(paos_get(1, 33).oper_status, VQD_PORT_OPER_STATUS_DOWN);
+    EXPECT_EQ(paos_get(1, 33).oper_status, VQD_SIM_OPER_DOWN);
     ASSERT_TRUE(vqdsim::set_module_present(1, 32, true));
-    EXPECT_EQ(paos_get(1, 33).oper_status, VQD_PORT_OPER_STATUS_UP);
+    EXPECT_EQ(paos_get(1, 33).oper_status, VQD_SIM_OPER_UP);
     // The plug shows in PMPC (module 32 is bit 0 of word 6) until acknowledged.
     ku_pmpc_reg pmpc{};
     vqd_reg_meta_t m = meta(VQD_ACCESS_CMD_GET, 1);
@@ -300,7 +300,7 @@ TEST_F(VqdRegTest, SpzrChangesOnlyMaskedFields)
     vqd_reg_meta_t set = meta(VQD_ACCESS_CMD_SET, 1), get = meta(VQD_ACCESS_CMD_GET, 1);
     ku_spzr_reg before{};
     ASSERT_EQ(vqd_access_reg_spzr(&before, &get, 1, nullptr, nullptr), VQD_STATUS_SUCCESS);
-    EXPECT_EQ(before.node_guid_h_l, 0x000a5e0300a1b2c0ull);
+    EXPECT_EQ(before.node_guid_h_l, 0x02ab010300a1b2c0ull);
 
     ku_spzr_reg w{};
     w.ndm = 1;
@@ -312,7 +312,7 @@ TEST_F(VqdRegTest, SpzrChangesOnlyMaskedFields)
     ku_spzr_reg after{};
     ASSERT_EQ(vqd_access_reg_spzr(&after, &get, 1, nullptr, nullptr), VQD_STATUS_SUCCESS);
     EXPECT_STREQ(reinterpret_cast<char *>(after.NodeDescription), "MF0;sw:VQ/U1");
-    EXPECT_EQ(after.node_guid_h_l, 0x000a5e0300a1b2c0ull);
+    EXPECT_EQ(after.node_guid_h_l, 0x02ab010300a1b2c0ull);
     EXPECT_EQ(after.system_image_guid_h_l, 0xabcdull);
 }
 
@@ -335,7 +335,7 @@ TEST_F(VqdRegTest, SystemMKeyAndBoardInfo)
     bi.dev_id = 1;
     ASSERT_EQ(vqd_access_reg_query_board_info(&bi), VQD_STATUS_SUCCESS);
     EXPECT_STREQ(bi.board_id, "VQ_SW36_EDR");
-    EXPECT_EQ(bi.vsd_vendor_id, 0x0a5e);
+    EXPECT_EQ(bi.vsd_vendor_id, 0x02ab);
 }
 
 TEST_F(VqdRegTest, CommandsOtherThanGetAndSetAreRefused)
@@ -486,7 +486,7 @@ TEST_F(VqdRegConfigTest, ConfigurationNamesModelJournalAndFaults)
                  "journal " + dir_ + "/journal.log\n"
                  "fault paos 2 7 1 16\n");
     g_log_calls = 0;
-    ASSERT_EQ(vqd_access_reg_init(0, sim_log_cb, VQ_LOG_SEVERITY_DEBUG), VQD_STATUS_SUCCESS);
+    ASSERT_EQ(vqd_access_reg_init(0, sim_log_cb, VQ_LOG_SEVERITY_INFO), VQD_STATUS_SUCCESS);
     EXPECT_GT(g_log_calls, 0);
     EXPECT_EQ(paos_set(2, 7, VQD_PORT_ADMIN_STATUS_UP), VQD_STATUS_FW_BUSY);
     EXPECT_EQ(paos_set(2, 7, VQD_PORT_ADMIN_STATUS_UP), VQD_STATUS_SUCCESS);

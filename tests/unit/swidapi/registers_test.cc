@@ -475,10 +475,10 @@ TEST_F(RegistersTest, SetPortEnabledWithAndWithoutPortEvents)
     ASSERT_EQ(sa_set_port_enabled(0, 1, 10, PORT_DOWN, 1), 0);
     paos_reg_t state{};
     ASSERT_TRUE(vqdsim::peek_paos(1, 10, &state));
-    EXPECT_EQ(state.oper_status, VQD_PORT_OPER_STATUS_DOWN);
+    EXPECT_EQ(state.oper_status, VQD_SIM_OPER_DOWN);
     ASSERT_EQ(sa_set_port_enabled(0, 1, 10, PORT_UP, 0), 0);
     ASSERT_TRUE(vqdsim::peek_paos(1, 10, &state));
-    EXPECT_EQ(state.oper_status, VQD_PORT_OPER_STATUS_UP);
+    EXPECT_EQ(state.oper_status, VQD_SIM_OPER_UP);
 
     auto j = vqdsim::journal_of("PAOS");
     ASSERT_EQ(j.size(), 2u);

@@ -41,8 +41,8 @@ subsystem_type_t find_subsystem(bool leaf)
 
 TEST(NodeDescription, PlainTextOfHostSystemAndChip)
 {
-    EXPECT_EQ("MF0;switch-a:SX6036/U1", build("switch-a", "SX6036"));
-    EXPECT_EQ("MF0;switch-a:SX6036/U3", build("switch-a", "SX6036", 3));
+    EXPECT_EQ("MF0;switch-a:VQ6036/U1", build("switch-a", "VQ6036"));
+    EXPECT_EQ("MF0;switch-a:VQ6036/U3", build("switch-a", "VQ6036", 3));
 }
 
 TEST(NodeDescription, SystemNameFromTheChassisModelWhenNotGiven)
@@ -54,7 +54,7 @@ TEST(NodeDescription, SystemNameFromTheChassisModelWhenNotGiven)
 
 TEST(NodeDescription, MissingHostOrSystemBecomesNA)
 {
-    EXPECT_EQ("MF0;NA:SX6036/U2", build(nullptr, "SX6036", 2));
+    EXPECT_EQ("MF0;NA:VQ6036/U2", build(nullptr, "VQ6036", 2));
     EXPECT_EQ("MF0;h:NA/U1", build("h", ""));
     EXPECT_EQ("MF0;h:NA/U1", build("h", "UNKNOWN"));
 }
@@ -78,21 +78,21 @@ TEST(NodeDescription, SlashesAndColonsOfTheHostAreReplaced)
 TEST(NodeDescription, LongHostIsCutToFit)
 {
     const std::string host(80, 'h');
-    const std::string text = build(host.c_str(), "SX6036");
+    const std::string text = build(host.c_str(), "VQ6036");
     EXPECT_EQ(59u, text.size());
-    EXPECT_EQ("MF0;" + std::string(45, 'h') + ":SX6036/U1", text);
+    EXPECT_EQ("MF0;" + std::string(45, 'h') + ":VQ6036/U1", text);
 }
 
 TEST(NodeDescription, LengthLimitIsSixtyWithTheTerminator)
 {
     // 4 + host + 10 characters: 45 for the host fills 59 exactly.
     const std::string fits(45, 'a');
-    EXPECT_EQ("MF0;" + fits + ":SX6036/U1", build(fits.c_str(), "SX6036"));
+    EXPECT_EQ("MF0;" + fits + ":VQ6036/U1", build(fits.c_str(), "VQ6036"));
     const std::string over(46, 'a');
-    EXPECT_EQ("MF0;" + fits + ":SX6036/U1", build(over.c_str(), "SX6036"));
+    EXPECT_EQ("MF0;" + fits + ":VQ6036/U1", build(over.c_str(), "VQ6036"));
     // Host characters replaced before cutting.
     const std::string slashes = std::string(50, '/');
-    EXPECT_EQ("MF0;" + std::string(45, '_') + ":SX6036/U1", build(slashes.c_str(), "SX6036"));
+    EXPECT_EQ("MF0;" + std::string(45, '_') + ":VQ6036/U1", build(slashes.c_str(), "VQ6036"));
 }
 
 TEST(NodeDescription, FallbackWhenTheHostCannotAbsorbTheExcess)
@@ -305,9 +305,9 @@ protected:
 TEST_F(Spzr, NodeDescriptionIsWrittenWithItsMaskOnly)
 {
     const ku_spzr_reg before = read_back(1);
-    ASSERT_EQ(0, sa_set_node_ndesc(&ctx_, 1, "sw:a", 1, ST_AUTO_DETECT, "SX6036", 2));
+    ASSERT_EQ(0, sa_set_node_ndesc(&ctx_, 1, "sw:a", 1, ST_AUTO_DETECT, "VQ6036", 2));
     const ku_spzr_reg after = read_back(1);
-    EXPECT_STREQ("MF0;sw_a:SX6036/U2", reinterpret_cast<const char *>(after.NodeDescription));
+    EXPECT_STREQ("MF0;sw_a:VQ6036/U2", reinterpret_cast<const char *>(after.NodeDescription));
     EXPECT_EQ(before.node_guid_h_l, after.node_guid_h_l);
     EXPECT_EQ(before.system_image_guid_h_l, after.system_image_guid_h_l);
 
