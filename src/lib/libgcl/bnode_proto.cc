@@ -300,37 +300,20 @@ int query_settings(bn_query_subop subop, bn_query_node_flags_bf flags,
     return 0;
 }
 
-// The bindings of a new-binding append: the value parsed by type, or marked btf_invalid
-// when it does not parse; no text at all gives the type without a value.
+// The binding of a new-binding append: the value parsed by type, or marked btf_invalid
+// when it does not parse; no text at all only for a type without value.
 int new_value_binding(const char *name, bn_type type, bn_type_flags_bf type_flags,
                       const char *str_value, bn_binding **ret_binding)
 {
     int err = 0;
-    bn_attrib *attrib = nullptr;
-    bn_binding *binding = nullptr;
 
     *ret_binding = nullptr;
     bail_null(name);
-    if (str_value != nullptr) {
-        err = bn_binding_new_str_autoinval(ret_binding, name, ba_value, type, type_flags,
-                                           str_value);
-        bail_error(err);
-        goto bail;
-    }
-    err = bn_binding_new_named(&binding, name);
+    // The parser decides: a text that doesn't parse makes a binding marked invalid, a
+    // missing one is refused but for a type without value (or a binding marked as one).
+    err = bn_binding_new_str_autoinval(ret_binding, name, ba_value, type, type_flags, str_value);
     bail_error(err);
-    err = bn_attrib_new(&attrib);
-    bail_error(err);
-    err = bn_attrib_set_generic(attrib, ba_value, type,
-                                type_flags | (type == bt_none ? btf_none : btf_no_value));
-    bail_error(err);
-    err = bn_binding_set_attrib_takeover(binding, ba_value, &attrib);
-    bail_error(err);
-    *ret_binding = binding;
-    binding = nullptr;
 bail:
-    bn_attrib_free(&attrib);
-    bn_binding_free(&binding);
     return err;
 }
 

@@ -53,7 +53,9 @@ extern const lc_enum_string_map bap_service_id_map[];
 // ---------------------------------------------------------------------------------------
 // Queries.
 
-enum bn_query_subop {
+// A peer may send subops beyond these; the type holds any 32-bit value, and the
+// dispatch decides what to do with one it doesn't know.
+enum bn_query_subop : uint32 {
     bqso_none = 0,
     bqso_get = 1,
     bqso_iterate = 2,
@@ -90,7 +92,7 @@ extern const lc_enum_string_map bn_query_flags_map[];
 // ---------------------------------------------------------------------------------------
 // Sets.
 
-enum bn_set_subop {
+enum bn_set_subop : uint32 {
     bsso_none = 0,
     bsso_create = 1,
     bsso_delete = 2,

@@ -129,9 +129,10 @@ extern const lc_enum_string_map bn_type_flags_map[];
 // ---------------------------------------------------------------------------------------
 // Attribute ids: the slots of a binding's attribute table.  Ids from
 // ba_FIRST_REGISTRATION_ATTRIB describe a node's registration; ids from
-// ba_FIRST_AUTO_ATTRIB are filled in automatically.
+// ba_FIRST_AUTO_ATTRIB are filled in automatically.  A peer may send ids beyond these: the
+// type holds any 32-bit value.
 
-enum bn_attribute_id {
+enum bn_attribute_id : uint32 {
     ba_NONE = 0,
     ba_value = 1,
     ba_encrypted_value = 2,

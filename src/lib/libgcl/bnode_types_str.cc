@@ -267,23 +267,26 @@ int bn_check_hostname(const char *str)
 
 int bn_parse_time(bn_type type, bn_type_flags_bf type_flags, const char *str, bn_value *v)
 {
-    int64 value = 0;
     int err = 0;
 
-    // A plain duration is a decimal count of its unit.
+    // A plain duration is a decimal count of its unit, read as the C library reads an
+    // unsigned number (so a "-" counts back from the top) and kept in the value's width.
     if ((type_flags & btf_pretty) == 0 &&
         (type == bt_duration_sec || type == bt_duration_ms || type == bt_duration_us)) {
+        char *end = nullptr;
+        errno = 0;
         if (type == bt_duration_sec) {
-            err = bn_parse_signed(str, INT32_MIN, INT32_MAX, &value);
-            v->bnv_duration_sec = static_cast<lt_dur_sec>(value);
-        } else if (type == bt_duration_ms) {
-            err = bn_parse_signed(str, INT64_MIN, INT64_MAX, &value);
-            v->bnv_duration_ms = value;
+            const unsigned long count = strtoul(str, &end, 10);
+            v->bnv_duration_sec = static_cast<lt_dur_sec>(count);
         } else {
-            err = bn_parse_signed(str, INT64_MIN, INT64_MAX, &value);
-            v->bnv_duration_us = value;
+            const unsigned long long count = strtoull(str, &end, 10);
+            if (type == bt_duration_ms) {
+                v->bnv_duration_ms = static_cast<int64>(count);
+            } else {
+                v->bnv_duration_us = static_cast<int64>(count);
+            }
         }
-        return err;
+        return errno != 0 || end == str || *end != '\0' ? lc_err_bad_type : 0;
     }
     switch (type) {
     case bt_date:

@@ -75,7 +75,7 @@ int bn_attrib_wire_new_attrib(const bn_attrib_wire_header &hdr, bn_type expected
     int err = 0;
     bn_attrib *attrib = nullptr;
 
-    if (hdr.bawh_attrib_id >= bn_attrib_wire_max_slots) {
+    if (hdr.bawh_attrib_id > bn_attrib_wire_max_id) {
         lc_log_basic(LOG_ERR, "Attribute id %u out of range", hdr.bawh_attrib_id);
         bail_force(lc_err_assertion_failed);
     }

@@ -26,9 +26,12 @@ static constexpr uint32 bn_attrib_wire_type_offset = 8;
 static constexpr uint32 bn_attrib_wire_type_flags_offset = 12;
 static constexpr uint32 bn_attrib_wire_length_offset = 16;
 
-// An attribute read from a frame lands in the table slot of its own id; ids from here on
-// are refused, so that no table is ever sized by a peer beyond this many slots.
+// An attribute read from a frame lands in the table slot of its own id.  A lone attribute
+// of an id below bn_attrib_wire_max_slots sizes its table exactly; ids we don't know are
+// kept in their slots like any other.  Ids from bn_attrib_wire_max_id on are refused: a
+// slot per id would let a peer make us allocate gigabytes for one binding.
 static constexpr uint32 bn_attrib_wire_max_slots = 132;
+static constexpr uint32 bn_attrib_wire_max_id = 65535;
 
 // Reads the attribute at offset of frame as a value of expected_type (the type under which
 // the function was looked up) into a new attribute; *ret_offset_incr receives the bytes

@@ -11,6 +11,7 @@
 #include <time.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
@@ -19,6 +20,7 @@
 #include <new>
 #include <set>
 #include <string>
+#include <vector>
 
 #include "bnode_session.h"
 #include "gcl.h"
@@ -1087,6 +1089,37 @@ bail:
 // ---------------------------------------------------------------------------------------
 // Reading.
 
+namespace {
+
+// The input buffer grows by a fixed step, gcl_read_buffer_min_free, whatever factor the
+// byte buffer's own growth would choose: a long burst of frames costs memory in
+// proportion, not in powers of four.
+int gcl_session_grow_input_buffer(gcl_session *sess)
+{
+    int err = 0;
+    tbuf *old = sess->gs_input_buffer;
+    tbuf *bigger = nullptr;
+
+    // The new block is exactly the old size and the step: the byte buffer keeps one byte
+    // beyond the length it is asked for.
+    err = tb_new_size(&bigger, tb_size(old) + gcl_read_buffer_min_free - 1);
+    bail_error(err);
+    if (tb_length(old) > 0) {
+        memcpy(tb_buf(bigger), tb_buf(old), tb_length(old));
+    }
+    err = tb_set_length(bigger, tb_length(old));
+    bail_error(err);
+    tb_free(&sess->gs_input_buffer);
+    sess->gs_input_buffer = bigger;
+    bigger = nullptr;
+
+bail:
+    tb_free(&bigger);
+    return err;
+}
+
+}  // namespace
+
 int gcl_session_read(gcl_session *sess)
 {
     int err = 0;
@@ -1105,8 +1138,9 @@ int gcl_session_read(gcl_session *sess)
         // One byte of the block always holds the terminating zero.
         free_bytes = tb_avail(in) > 0 ? tb_avail(in) - 1 : 0;
         if (free_bytes < gcl_read_buffer_min_free) {
-            err = tb_ensure_size(in, tb_size(in) + gcl_read_buffer_min_free);
+            err = gcl_session_grow_input_buffer(sess);
             bail_error(err);
+            in = sess->gs_input_buffer;
             free_bytes = tb_avail(in) - 1;
         }
         if (free_bytes > gcl_read_max_per_read) {
@@ -1230,6 +1264,13 @@ bail:
 // ---------------------------------------------------------------------------------------
 // Closing and freeing.
 
+namespace {
+
+// Sessions whose close is running the protocols' closed callbacks.
+thread_local std::vector<const gcl_session *> gcl_sessions_closing;
+
+}  // namespace
+
 int gcl_session_close(gcl_session *session, tbool flush_output)
 {
     int err = 0;
@@ -1270,14 +1311,22 @@ int gcl_session_close(gcl_session *session, tbool flush_output)
             // Flushing found the peer gone and closed the session already.
             goto bail;
         }
-        // Marked first, so that a callback can't re-enter the close.
-        session->gs_state = gss_closed;
+        // The protocols hear of the close while the session still stands; one of them
+        // closing it again from its callback finds the close under way and leaves.
+        if (std::find(gcl_sessions_closing.begin(), gcl_sessions_closing.end(), session) !=
+            gcl_sessions_closing.end()) {
+            goto bail;
+        }
+        gcl_sessions_closing.push_back(session);
         for (gcl_bp_registration *reg : gh->gh_bp_reg) {
             if (reg != nullptr && reg->gbpr_enabled && reg->gbpr_connection_closed != nullptr) {
                 complain_error(
                     reg->gbpr_connection_closed(gh, session, reg->gbpr_connection_closed_arg));
             }
         }
+        gcl_sessions_closing.erase(
+            std::find(gcl_sessions_closing.begin(), gcl_sessions_closing.end(), session));
+        session->gs_state = gss_closed;
         safe_close(&session->gs_fd);
         session->gs_fd = -1;
         if (session->gs_ud_socket_path != nullptr &&

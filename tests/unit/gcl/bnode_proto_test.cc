@@ -202,6 +202,19 @@ TEST(BnRequestBuild, NewBindingsParseByTypeAndMarkBadValuesInvalid)
     EXPECT_EQ(type, bt_none);
     EXPECT_EQ(del->brn_node_settings.brns_set.bsn_set_subop, bsso_delete);
 
+    // A typed value without any text is no value at all: refused, and the message keeps
+    // only what it had.
+    int32 id_none = 7;
+    EXPECT_EQ(bn_set_request_msg_append_new_binding(s.get(), bsso_modify, 0, "/n/none",
+                                                    bt_uint32, 0, nullptr, &id_none),
+              lc_err_unexpected_null);
+    EXPECT_EQ(id_none, 0);
+    EXPECT_EQ(bn_request_get_num_nodes(s.get()), 3u);
+    // Marked as a binding without value, it may go.
+    EXPECT_EQ(bn_set_request_msg_append_new_binding(s.get(), bsso_modify, 0, "/n/novalue",
+                                                    bt_uint32, btf_no_value, nullptr, nullptr),
+              0);
+
     // The action forms parse the same way.
     ASSERT_EQ(bn_action_request_msg_create(&raw, "/ib/actions/x"), 0);
     ReqPtr a(raw);

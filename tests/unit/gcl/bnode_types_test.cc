@@ -633,10 +633,15 @@ TEST(BnTextDurationTest, PlainDurations)
 {
     expect_ok(bt_duration_sec, 0, "90");
     expect_ok(bt_duration_sec, 0, "2147483647");
-    expect_bad(bt_duration_sec, 0, "2147483648");
     expect_ok(bt_duration_ms, 0, "86400000");
     expect_ok(bt_duration_us, 0, "9223372036854775807");
+    // Read as unsigned numbers are read by the C library, and kept in the value's width.
+    expect_ok(bt_duration_sec, 0, "4294967295", "-1");
+    expect_ok(bt_duration_sec, 0, "-5", "-5");
+    expect_ok(bt_duration_ms, 0, "18446744073709551615", "-1");
+    expect_bad(bt_duration_ms, 0, "18446744073709551616");
     expect_bad(bt_duration_ms, 0, "5 sec");
+    expect_bad(bt_duration_ms, 0, "0x10");
     expect_bad(bt_duration_us, 0, "");
 }
 

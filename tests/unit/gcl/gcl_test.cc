@@ -157,10 +157,17 @@ int record_frame(gcl_handle *, gcl_session *, tbuf **inout_frame, void *arg)
     return 0;
 }
 
+// What the protocol saw of the session when it heard of the close.
 int g_closed_calls = 0;
-int count_closed(gcl_handle *, gcl_session *, void *)
+int g_closed_state = gss_none;
+int g_closed_fd = -1;
+int count_closed(gcl_handle *, gcl_session *sess, void *)
 {
     ++g_closed_calls;
+    g_closed_state = sess->gs_state;
+    g_closed_fd = sess->gs_fd;
+    // Closing again from inside the close changes nothing.
+    EXPECT_EQ(0, gcl_session_close(sess, false));
     return 0;
 }
 
@@ -348,6 +355,28 @@ TEST_F(GclTest, FrameSplitByteByByteIsDispatchedOnlyAfterTheLastByte)
     EXPECT_EQ(sess->gs_state, gss_connected);
 }
 
+// The input buffer grows by a fixed 64 KiB step when a read finds less than that free,
+// not by the byte buffer's own factor.
+TEST_F(GclTest, InputBufferGrowsBy64KiBWhenShortOfRoom)
+{
+    gcl_session *sess = pair_session();
+    const uint32 initial = tb_size(sess->gs_input_buffer);
+    ASSERT_GE(initial, gcl_read_buffer_initial_size);
+    // A frame longer than the buffer: its first part leaves less than 64 KiB free.
+    const Bytes f = make_frame(FrameFields{}, Bytes(initial + 20000, 0x5a));
+    const size_t first = initial - 1000;
+    write_all(peer_, Bytes(f.begin(), f.begin() + first));
+    ASSERT_EQ(0, gcl_session_read(sess));
+    EXPECT_EQ(tb_size(sess->gs_input_buffer), initial);
+    EXPECT_EQ(tb_length(sess->gs_input_buffer), first);
+    EXPECT_TRUE(rec_.frames.empty());
+    write_all(peer_, Bytes(f.begin() + first, f.end()));
+    ASSERT_EQ(0, gcl_session_read(sess));
+    EXPECT_EQ(tb_size(sess->gs_input_buffer), initial + gcl_read_buffer_min_free);
+    ASSERT_EQ(rec_.frames.size(), 1u);
+    EXPECT_EQ(rec_.frames[0].size(), f.size());
+}
+
 TEST_F(GclTest, FramesArriveThroughTheBlockingLoop)
 {
     gcl_session *sess = pair_session();
@@ -448,7 +477,11 @@ TEST_F(GclTest, PeerCloseEndsTheSessionAndTellsTheProtocols)
     peer_ = -1;
     EXPECT_EQ(0, pump(sess));
     EXPECT_EQ(sess->gs_state, gss_closed);
+    EXPECT_EQ(sess->gs_fd, -1);
     EXPECT_EQ(g_closed_calls, 1);
+    // The protocols hear of it while the session still stands.
+    EXPECT_EQ(g_closed_state, gss_connected);
+    EXPECT_GE(g_closed_fd, 0);
     gbp_admin_state gas = gas_none;
     ASSERT_EQ(0, gcl_session_get_state(sess, nullptr, &gas));
     EXPECT_EQ(gas, gas_closed);

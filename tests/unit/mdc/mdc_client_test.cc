@@ -285,6 +285,12 @@ TEST_F(MdcClientTest, SetOperationsCarryTheirSubopTypeAndValue)
     EXPECT_EQ(s.type, bt_uint32);
     EXPECT_NE(s.flags & btf_invalid, 0u);
 
+    // No text for a typed value is no binding at all: nothing goes out.
+    const size_t before = mgmtd_.received.size();
+    EXPECT_EQ(lc_err_unexpected_null,
+              mdc_set_binding(mcc_, &code_, msg(), bsso_modify, bt_uint32, nullptr, "/cfg/mtu"));
+    EXPECT_EQ(mgmtd_.received.size(), before);
+
     mgmtd_.refusals["/cfg/locked"] = {7, "read only"};
     EXPECT_EQ(0, mdc_set_binding_ex(mcc_, &code_, msg(), bsso_modify, bt_string, 0, "v",
                                     "/cfg/locked"));
