@@ -165,6 +165,30 @@ TEST_F(OvdMgmt, MissingSystemTypeEndsTheStart)
     EXPECT_TRUE(lite_->log_lines("event /ib/events/init-done").empty()) << "announced anyway";
 }
 
+TEST_F(OvdMgmt, MissingProfileEndsTheStart)
+{
+    std::string config = kConfig;
+    const size_t at = config.find("/system/chassis/config/profile");
+    config.erase(at, config.find('\n', at) + 1 - at);
+    start_lite(config);
+    ASSERT_TRUE(daemon_.start({OVD_BIN}));
+    EXPECT_EQ(14008 & 0xff, daemon_.wait(30s));
+    EXPECT_TRUE(receiver_->wait_for("[ovd.ERR]: Wrong Behaviour. unable to read system profile"));
+    EXPECT_TRUE(receiver_->wait_for("IB daemon exiting with code 14008"));
+    EXPECT_TRUE(lite_->log_lines("event /ib/events/init-done").empty()) << "announced anyway";
+}
+
+TEST_F(OvdMgmt, SettleTimeOfZeroIsTheDefault)
+{
+    std::string config = kConfig;
+    config.replace(config.find("00:03:20"), 8, "00:00:00");
+    start_lite(config);
+    start_daemon();
+    EXPECT_TRUE(receiver_->wait_for("Set timeout for ports to be settled: [150] seconds"));
+    EXPECT_LT(receiver_->find("Can't read local ports time to settle"), 0)
+        << "a stored zero is no missing node";
+}
+
 TEST_F(OvdMgmt, MissingOptionalNodesAreNoFailure)
 {
     std::string config = kConfig;
