@@ -12,9 +12,7 @@
 #include <map>
 #include <sstream>
 
-#include "fabric.h"
-#include "sandbox.h"
-#include "stand_ins.h"
+#include "daemon_rig.h"
 
 namespace {
 
@@ -35,121 +33,28 @@ std::string config_text(const std::string &system_type, bool with_m_key)
     return text;
 }
 
+using Access = ovd_test::RegisterAccess;
+
 std::string models_dir()
 {
-    return (std::filesystem::path(OVD_SOURCE_DIR) / "src" /
-            "platform" / "libvqdreg" / "models")
-        .string();
+    return ovd_test::register_models_dir();
 }
 
-// One line of the register journal: "SEQ REG CMD dev=N swid=S key=K status=ST f=0x.. ...".
-struct Access {
-    std::string reg;
-    std::string cmd;
-    std::map<std::string, std::string> fields;
-
-    unsigned long long num(const std::string &name) const
-    {
-        auto found = fields.find(name);
-        return found == fields.end() ? ~0ull : std::stoull(found->second, nullptr, 0);
-    }
-};
-
-std::vector<Access> parse_journal(const std::string &text)
-{
-    std::vector<Access> out;
-    std::istringstream in(text);
-    for (std::string line; std::getline(in, line);) {
-        std::istringstream words(line);
-        std::string seq;
-        Access a;
-        words >> seq >> a.reg >> a.cmd;
-        if (a.cmd == "GET" && line.find(" ALL ") != std::string::npos) {
-            words >> seq;
-        }
-        for (std::string w; words >> w;) {
-            const size_t eq = w.find('=');
-            if (eq != std::string::npos) {
-                a.fields[w.substr(0, eq)] = w.substr(eq + 1);
-            }
-        }
-        out.push_back(a);
-    }
-    return out;
-}
-
-class DeviceAdd : public ::testing::Test {
+class DeviceAdd : public ovd_test::DaemonRigTest {
 protected:
-    static void SetUpTestSuite()
-    {
-        std::string why;
-        sandboxed_ = ovd_test::enter_sandbox(&why);
-        why_ = why;
-    }
-
-    void SetUp() override
-    {
-        std::string why;
-        if (!sandboxed_) {
-            GTEST_SKIP() << "no private mount namespace: " << why_;
-        }
-        if (!ovd_test::Fabric::available(&why)) {
-            GTEST_SKIP() << "no fabric simulator: " << why;
-        }
-        char tmpl[] = "/tmp/device_add_test.XXXXXX";
-        ASSERT_NE(mkdtemp(tmpl), nullptr);
-        dir_ = tmpl;
-        receiver_ = std::make_unique<ovd_test::SyslogReceiver>();
-        ASSERT_TRUE(receiver_->ok());
-        lite_ = std::make_unique<ovd_test::MgmtdLite>(MGMTD_LITE_BIN, MGMTCTL_BIN, dir_, "");
-        fabric_ = std::make_unique<ovd_test::Fabric>();
-        ASSERT_TRUE(fabric_->start(&why)) << why;
-    }
-
-    void TearDown() override
-    {
-        if (daemon_.running()) {
-            daemon_.signal(SIGTERM);
-            daemon_.wait(15s);
-        }
-        lite_.reset();
-        fabric_.reset();
-        receiver_.reset();
-        std::filesystem::remove_all("/var/opt/vqdreg");
-        if (!dir_.empty()) {
-            std::filesystem::remove_all(dir_);
-        }
-    }
-
-    // mgmtd-lite with a configuration, the register library's configuration with the
-    // model, and the daemon as a client of the fabric; returns once it announced itself.
+    // mgmtd-lite with a configuration, the register library with the model and its
+    // journal, and the daemon as a client of the fabric; returns once it announced itself.
     void start_all(const std::string &model, const std::string &system_type, bool with_m_key)
     {
-        ovd_test::write_file(dir_ + "/db.conf", config_text(system_type, with_m_key));
-        ASSERT_TRUE(lite_->start({"--config", dir_ + "/db.conf"})) << lite_->log();
-        mkdir("/var/opt/vqdreg", 0755);
-        journal_ = dir_ + "/journal.log";
-        ovd_test::write_file("/var/opt/vqdreg/vqdreg.conf",
-                             "model " + model + "\njournal " + journal_ + "\n");
-        std::vector<std::string> env = fabric_->client_env_preloaded({OVD_UMAD_BRIDGE});
-        ASSERT_TRUE(daemon_.start({"/bin/sh", "-c", "cd '" + fabric_->dir() + "' && exec " OVD_BIN},
-                                  env));
-        ASSERT_TRUE(lite_->wait_for_log("event /ib/events/init-done from 'IB Daemon'"))
-            << lite_->log();
+        rig_->start(config_text(system_type, with_m_key), "", model);
     }
 
-    ovd_test::CtlResult portd(const std::vector<std::string> &args)
-    {
-        return lite_->run_client(PORTD_LITE_BIN, args);
-    }
+    ovd_test::CtlResult portd(const std::vector<std::string> &args) { return rig_->portd(args); }
 
     // The accesses since the journal had `from` lines.
-    std::vector<Access> journal(size_t from = 0) const
-    {
-        std::vector<Access> all = parse_journal(ovd_test::read_file(journal_));
-        return from < all.size() ? std::vector<Access>(all.begin() + from, all.end())
-                                 : std::vector<Access>();
-    }
+    std::vector<Access> journal(size_t from = 0) const { return rig_->journal(from); }
+
+    std::string journal_text() const { return ovd_test::read_file(rig_->journal_path()); }
 
     size_t count_log(const std::string &needle) const
     {
@@ -159,15 +64,6 @@ protected:
         }
         return n;
     }
-
-    static inline bool sandboxed_ = false;
-    static inline std::string why_;
-    std::string dir_;
-    std::string journal_;
-    std::unique_ptr<ovd_test::SyslogReceiver> receiver_;
-    std::unique_ptr<ovd_test::MgmtdLite> lite_;
-    std::unique_ptr<ovd_test::Fabric> fabric_;
-    ovd_test::Child daemon_;
 };
 
 TEST_F(DeviceAdd, StandaloneSwitchKeyFirstThenIdentityAndTheEdgeCases)
@@ -181,7 +77,7 @@ TEST_F(DeviceAdd, StandaloneSwitchKeyFirstThenIdentityAndTheEdgeCases)
     EXPECT_EQ("device 1: status 0\n", r.out);
     EXPECT_TRUE(receiver_->wait_for("Got unexpected number of IB ports on IB/VPI system"));
     std::vector<Access> acc = journal(at_start);
-    ASSERT_EQ(1u, acc.size()) << ovd_test::read_file(journal_);
+    ASSERT_EQ(1u, acc.size()) << journal_text();
     EXPECT_EQ("SYSTEM_M_KEY", acc[0].reg);
     EXPECT_EQ(0u, count_log("OVD handles added device:"));
 
@@ -190,7 +86,7 @@ TEST_F(DeviceAdd, StandaloneSwitchKeyFirstThenIdentityAndTheEdgeCases)
     EXPECT_EQ(1, r.code) << r.err;
     EXPECT_EQ("device 217: status 14035\n", r.out);
     acc = journal(at_start);
-    ASSERT_EQ(2u, acc.size()) << ovd_test::read_file(journal_);
+    ASSERT_EQ(2u, acc.size()) << journal_text();
     EXPECT_EQ("SYSTEM_M_KEY", acc[1].reg);
     EXPECT_EQ(217u, acc[1].num("dev_id"));
     EXPECT_TRUE(receiver_->wait_for("Got device ID 217 which exceeds maximum device ID 216"));
@@ -201,7 +97,7 @@ TEST_F(DeviceAdd, StandaloneSwitchKeyFirstThenIdentityAndTheEdgeCases)
     EXPECT_EQ(0, r.code) << r.err;
     EXPECT_EQ("device 1: status 0\n", r.out);
     acc = journal(before);
-    ASSERT_EQ(3u, acc.size()) << ovd_test::read_file(journal_);
+    ASSERT_EQ(3u, acc.size()) << journal_text();
     EXPECT_EQ("SYSTEM_M_KEY", acc[0].reg);
     EXPECT_EQ("SET", acc[0].cmd);
     EXPECT_EQ(std::stoull(kMKey), acc[0].num("system_m_key"));
@@ -222,10 +118,10 @@ TEST_F(DeviceAdd, StandaloneSwitchKeyFirstThenIdentityAndTheEdgeCases)
     // Its hardware context was opened on the simulated fabric.
     EXPECT_GE(receiver_->find("IB SWID API INIT DONE"), 0);
     EXPECT_LT(receiver_->find("Mad rpc open port failed"), 0);
-    EXPECT_GE(lite_->log_lines("relay event /portd/events/ib-device-add to 'IB Daemon'").size(),
+    EXPECT_GE(rig_->lite().log_lines("relay event /portd/events/ib-device-add to 'IB Daemon'").size(),
               3u);
-    EXPECT_EQ(3u, lite_->log_lines("event /ib/events/device-add-done from 'IB Daemon'").size())
-        << lite_->log();
+    EXPECT_EQ(3u, rig_->lite().log_lines("event /ib/events/device-add-done from 'IB Daemon'").size())
+        << rig_->lite().log();
 
     // Added again with fewer ports: its record is replaced, the key written again, and
     // the node asked of mgmtd only once in all.
@@ -240,12 +136,12 @@ TEST_F(DeviceAdd, StandaloneSwitchKeyFirstThenIdentityAndTheEdgeCases)
         keys += a.reg == "SYSTEM_M_KEY" ? 1 : 0;
     }
     EXPECT_EQ(4u, keys) << "no ports, 217, the switch, the switch again";
-    EXPECT_EQ(1u, lite_->log_lines("get /system/chassis/config/system_m_key").size())
-        << lite_->log();
+    EXPECT_EQ(1u, rig_->lite().log_lines("get /system/chassis/config/system_m_key").size())
+        << rig_->lite().log();
     // Its records and contexts are let go cleanly (a leak fails the exit under the
     // sanitizers).
-    daemon_.signal(SIGTERM);
-    EXPECT_EQ(0, daemon_.wait(30s));
+    rig_->daemon().signal(SIGTERM);
+    EXPECT_EQ(0, rig_->daemon().wait(30s));
 }
 
 TEST_F(DeviceAdd, ConfiguredAttributesReachAKnownPortThroughDownWriteUp)
@@ -256,14 +152,14 @@ TEST_F(DeviceAdd, ConfiguredAttributesReachAKnownPortThroughDownWriteUp)
 
     // Local port 5 of device 1 is ifindex 69.  Enabling it brings it up.
     size_t before = journal().size();
-    r = lite_->ctl({"set", "/ib/config/externalports/69/enable", "uint8", "1"});
+    r = rig_->lite().ctl({"set", "/ib/config/externalports/69/enable", "uint8", "1"});
     ASSERT_EQ(0, r.code) << r.err;
     ASSERT_TRUE(receiver_->wait_for("Received event: /mgmtd/notify/dbchange"));
     std::vector<Access> acc;
     for (int i = 0; i < 500 && (acc = journal(before)).empty(); ++i) {
         std::this_thread::sleep_for(10ms);
     }
-    ASSERT_EQ(1u, acc.size()) << ovd_test::read_file(journal_);
+    ASSERT_EQ(1u, acc.size()) << journal_text();
     EXPECT_EQ("PAOS", acc[0].reg);
     EXPECT_EQ(5u, acc[0].num("local_port"));
     EXPECT_EQ(1u, acc[0].num("admin_status"));
@@ -271,7 +167,7 @@ TEST_F(DeviceAdd, ConfiguredAttributesReachAKnownPortThroughDownWriteUp)
     // A speed change on the running port: down, the write, up again.
     receiver_->clear();
     before = journal().size();
-    r = lite_->ctl({"set", "/ib/config/externalports/69/speed", "uint8", "7"});
+    r = rig_->lite().ctl({"set", "/ib/config/externalports/69/speed", "uint8", "7"});
     ASSERT_EQ(0, r.code) << r.err;
     ASSERT_TRUE(receiver_->wait_for("Received event: /mgmtd/notify/dbchange"));
     for (int i = 0; i < 500 && journal(before).size() < 4; ++i) {
@@ -284,19 +180,19 @@ TEST_F(DeviceAdd, ConfiguredAttributesReachAKnownPortThroughDownWriteUp)
         EXPECT_EQ(5u, a.num("local_port")) << a.reg;
     }
     ASSERT_EQ((std::vector<std::string>{"PAOS:SET", "PTYS:GET", "PTYS:SET", "PAOS:SET"}), seen)
-        << ovd_test::read_file(journal_);
+        << journal_text();
     EXPECT_EQ(2u, acc[0].num("admin_status")) << "down first";
     EXPECT_EQ(1u, acc[3].num("admin_status")) << "up again";
 
     // A port the daemon doesn't know yet: its configuration is kept, no register is touched.
     receiver_->clear();
     before = journal().size();
-    r = lite_->ctl({"set", "/ib/config/externalports/9999/speed", "uint8", "7"});
+    r = rig_->lite().ctl({"set", "/ib/config/externalports/9999/speed", "uint8", "7"});
     ASSERT_EQ(0, r.code) << r.err;
     ASSERT_TRUE(receiver_->wait_for("Received event: /mgmtd/notify/dbchange"));
-    r = lite_->ctl({"event", "/system/chassis/events/system-configure-done"});
+    r = rig_->lite().ctl({"event", "/system/chassis/events/system-configure-done"});
     ASSERT_TRUE(receiver_->wait_for("Received system configured done event"));
-    EXPECT_TRUE(journal(before).empty()) << ovd_test::read_file(journal_);
+    EXPECT_TRUE(journal(before).empty()) << journal_text();
 }
 
 TEST_F(DeviceAdd, WithoutTheSystemKeyEveryAddFails)
@@ -309,9 +205,9 @@ TEST_F(DeviceAdd, WithoutTheSystemKeyEveryAddFails)
         EXPECT_EQ("device 1: status 14001\n", r.out);
     }
     // Asked each time, since nothing was learnt; nothing reached the hardware.
-    EXPECT_EQ(2u, lite_->log_lines("get /system/chassis/config/system_m_key").size())
-        << lite_->log();
-    EXPECT_TRUE(journal(at_start).empty()) << ovd_test::read_file(journal_);
+    EXPECT_EQ(2u, rig_->lite().log_lines("get /system/chassis/config/system_m_key").size())
+        << rig_->lite().log();
+    EXPECT_TRUE(journal(at_start).empty()) << journal_text();
     EXPECT_EQ(0u, count_log("OVD handles added device:"));
 }
 
@@ -330,7 +226,7 @@ TEST_F(DeviceAdd, ChassisDevicesOnTheirSlotsAndARouteAnnouncement)
     EXPECT_TRUE(receiver_->wait_for("Node description for this node will be: MF0;e2e-switch:E2E/L02/U1"));
     // Each device: its key, then its two identity writes, before the next device.
     const std::vector<Access> acc = journal(at_start);
-    ASSERT_EQ(15u, acc.size()) << ovd_test::read_file(journal_);
+    ASSERT_EQ(15u, acc.size()) << journal_text();
     const char *devs[] = {"1", "5", "13", "17", "21"};
     for (size_t d = 0; d < 5; ++d) {
         EXPECT_EQ("SYSTEM_M_KEY", acc[d * 3].reg) << d;
@@ -355,18 +251,18 @@ TEST_F(DeviceAdd, ChassisDevicesOnTheirSlotsAndARouteAnnouncement)
     // A SWID this daemon doesn't serve leaves the tables as they are.
     ovd_test::write_file(dir_ + "/other", "swid 3\nroute 17 13:19 1:2\n");
     EXPECT_EQ(0, portd({"route-update", dir_ + "/other"}).code);
-    EXPECT_TRUE(lite_->wait_for_log("relay event /topod/events/ib-direct-route-update"));
+    EXPECT_TRUE(rig_->lite().wait_for_log("relay event /topod/events/ib-direct-route-update"));
     receiver_->drain(300ms);
     EXPECT_EQ(1u, count_log("OVD handles direct route update event"));
-    daemon_.signal(SIGTERM);
-    EXPECT_EQ(0, daemon_.wait(30s));
+    rig_->daemon().signal(SIGTERM);
+    EXPECT_EQ(0, rig_->daemon().wait(30s));
 }
 
 TEST_F(DeviceAdd, UnansweredAddIsReportedAsSuch)
 {
     // No daemon at all: the event is relayed to nobody and portd-lite gives up in time.
     ovd_test::write_file(dir_ + "/db.conf", config_text("36", true));
-    ASSERT_TRUE(lite_->start({"--config", dir_ + "/db.conf"})) << lite_->log();
+    ASSERT_TRUE(rig_->lite().start({"--config", dir_ + "/db.conf"})) << rig_->lite().log();
     const ovd_test::CtlResult r = portd({"--timeout", "1", "add-devices"});
     EXPECT_EQ(4, r.code) << r.err;
     EXPECT_EQ("device 1: no answer\n", r.out);

@@ -20,41 +20,15 @@ const char kConfig[] =
     "/system/chassis/config/profile              uint8     0\n"
     "/system/chassis/config/system_m_key         uint64    1234605616436508552\n";
 
-class FlowLogLines : public ::testing::Test {
+class FlowLogLines : public ovd_test::DaemonRigTest {
 protected:
-    static void SetUpTestSuite()
-    {
-        std::string why;
-        sandboxed_ = ovd_test::enter_sandbox(&why);
-        why_ = why;
-    }
-
     void SetUp() override
     {
-        std::string why;
-        if (!sandboxed_) {
-            GTEST_SKIP() << "no private mount namespace: " << why_;
+        ovd_test::DaemonRigTest::SetUp();
+        if (IsSkipped() || HasFatalFailure()) {
+            return;
         }
-        if (!ovd_test::Fabric::available(&why)) {
-            GTEST_SKIP() << "no fabric simulator: " << why;
-        }
-        char tmpl[] = "/tmp/flow_log_lines_test.XXXXXX";
-        ASSERT_NE(mkdtemp(tmpl), nullptr);
-        dir_ = tmpl;
-        receiver_ = std::make_unique<ovd_test::SyslogReceiver>();
-        ASSERT_TRUE(receiver_->ok());
-        rig_ = std::make_unique<ovd_test::DaemonRig>(dir_);
-        ASSERT_TRUE(rig_->start_fabric(&why)) << why;
         ASSERT_NO_FATAL_FAILURE(rig_->start(kConfig, "", "builtin:standalone36"));
-    }
-
-    void TearDown() override
-    {
-        rig_.reset();
-        receiver_.reset();
-        if (!dir_.empty()) {
-            std::filesystem::remove_all(dir_);
-        }
     }
 
     // The line arrives, at the level given ("NOTICE", "INFO", ...).
@@ -75,11 +49,6 @@ protected:
         EXPECT_NE(line.find(", build "), std::string::npos) << line;
     }
 
-    static inline bool sandboxed_ = false;
-    static inline std::string why_;
-    std::string dir_;
-    std::unique_ptr<ovd_test::SyslogReceiver> receiver_;
-    std::unique_ptr<ovd_test::DaemonRig> rig_;
 };
 
 TEST_F(FlowLogLines, EachFlowIsKnownByItsLines)

@@ -271,45 +271,19 @@ std::vector<HostileRow> hostile_rows()
     };
 }
 
-class HostileInput : public ::testing::Test {
+class HostileInput : public ovd_test::DaemonRigTest {
 protected:
-    static void SetUpTestSuite()
-    {
-        std::string why;
-        sandboxed_ = ovd_test::enter_sandbox(&why);
-        why_ = why;
-    }
-
     void SetUp() override
     {
-        std::string why;
-        if (!sandboxed_) {
-            GTEST_SKIP() << "no private mount namespace: " << why_;
+        ovd_test::DaemonRigTest::SetUp();
+        if (IsSkipped() || HasFatalFailure()) {
+            return;
         }
-        if (!ovd_test::Fabric::available(&why)) {
-            GTEST_SKIP() << "no fabric simulator: " << why;
-        }
-        char tmpl[] = "/tmp/hostile_input_test.XXXXXX";
-        ASSERT_NE(mkdtemp(tmpl), nullptr);
-        dir_ = tmpl;
-        receiver_ = std::make_unique<ovd_test::SyslogReceiver>();
-        ASSERT_TRUE(receiver_->ok());
-        rig_ = std::make_unique<ovd_test::DaemonRig>(dir_);
-        ASSERT_TRUE(rig_->start_fabric(&why)) << why;
         ASSERT_NO_FATAL_FAILURE(rig_->start(kConfig, ovd_test::read_file(OVD_DEMO_DIR "/ib-state.reg"),
                                             "builtin:standalone36", 2,
                                             {"--relay-all-events"}));
         const ovd_test::CtlResult add = rig_->portd({"add-devices", "1"});
         ASSERT_EQ(0, add.code) << add.err;
-    }
-
-    void TearDown() override
-    {
-        rig_.reset();
-        receiver_.reset();
-        if (!dir_.empty()) {
-            std::filesystem::remove_all(dir_);
-        }
     }
 
     // The daemon is alive and answers a query on its session.
@@ -320,11 +294,6 @@ protected:
         ASSERT_EQ(0, r.code) << "after: " << after << "\n" << r.err;
     }
 
-    static inline bool sandboxed_ = false;
-    static inline std::string why_;
-    std::string dir_;
-    std::unique_ptr<ovd_test::SyslogReceiver> receiver_;
-    std::unique_ptr<ovd_test::DaemonRig> rig_;
 };
 
 TEST_F(HostileInput, NothingAPeerSendsEndsTheDaemon)

@@ -63,42 +63,8 @@ std::map<std::string, std::string> answer_fields(const std::string &out)
     return fields;
 }
 
-class PortEnable : public ::testing::Test {
+class PortEnable : public ovd_test::DaemonRigTest {
 protected:
-    static void SetUpTestSuite()
-    {
-        std::string why;
-        sandboxed_ = ovd_test::enter_sandbox(&why);
-        why_ = why;
-    }
-
-    void SetUp() override
-    {
-        std::string why;
-        if (!sandboxed_) {
-            GTEST_SKIP() << "no private mount namespace: " << why_;
-        }
-        if (!ovd_test::Fabric::available(&why)) {
-            GTEST_SKIP() << "no fabric simulator: " << why;
-        }
-        char tmpl[] = "/tmp/port_enable_test.XXXXXX";
-        ASSERT_NE(mkdtemp(tmpl), nullptr);
-        dir_ = tmpl;
-        receiver_ = std::make_unique<ovd_test::SyslogReceiver>();
-        ASSERT_TRUE(receiver_->ok());
-        rig_ = std::make_unique<ovd_test::DaemonRig>(dir_);
-        ASSERT_TRUE(rig_->start_fabric(&why)) << why;
-    }
-
-    void TearDown() override
-    {
-        rig_.reset();
-        receiver_.reset();
-        if (!dir_.empty()) {
-            std::filesystem::remove_all(dir_);
-        }
-    }
-
     void start(const std::string &config = kConfig)
     {
         ASSERT_NO_FATAL_FAILURE(rig_->start(config, "", "builtin:standalone36"));
@@ -126,24 +92,7 @@ protected:
         return acc;
     }
 
-    // The daemon's complaints so far, for failure messages.
-    std::string complaints() const
-    {
-        std::string out;
-        for (const std::string &line : receiver_->lines()) {
-            if (line.find("[ovd.ERR]") != std::string::npos ||
-                line.find("[ovd.WARNING]") != std::string::npos) {
-                out += line;
-            }
-        }
-        return out;
-    }
 
-    static inline bool sandboxed_ = false;
-    static inline std::string why_;
-    std::string dir_;
-    std::unique_ptr<ovd_test::SyslogReceiver> receiver_;
-    std::unique_ptr<ovd_test::DaemonRig> rig_;
 };
 
 TEST_F(PortEnable, EveryPortGetsItsAttributesAndStateAndIsListed)

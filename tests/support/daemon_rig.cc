@@ -111,3 +111,53 @@ std::vector<RegisterAccess> DaemonRig::journal(size_t from) const
 }
 
 }  // namespace ovd_test
+
+namespace ovd_test {
+
+void DaemonRigTest::SetUpTestSuite()
+{
+    std::string why;
+    sandboxed_ = enter_sandbox(&why);
+    why_ = why;
+}
+
+void DaemonRigTest::SetUp()
+{
+    std::string why;
+    if (!sandboxed_) {
+        GTEST_SKIP() << "no private mount namespace: " << why_;
+    }
+    if (!Fabric::available(&why)) {
+        GTEST_SKIP() << "no fabric simulator: " << why;
+    }
+    char tmpl[] = "/tmp/ovd_rig_test.XXXXXX";
+    ASSERT_NE(mkdtemp(tmpl), nullptr);
+    dir_ = tmpl;
+    receiver_ = std::make_unique<SyslogReceiver>();
+    ASSERT_TRUE(receiver_->ok());
+    rig_ = std::make_unique<DaemonRig>(dir_);
+    ASSERT_TRUE(rig_->start_fabric(&why)) << why;
+}
+
+void DaemonRigTest::TearDown()
+{
+    rig_.reset();
+    receiver_.reset();
+    if (!dir_.empty()) {
+        std::filesystem::remove_all(dir_);
+    }
+}
+
+std::string DaemonRigTest::complaints() const
+{
+    std::string out;
+    for (const std::string &line : receiver_->lines()) {
+        if (line.find("[ovd.ERR]") != std::string::npos ||
+            line.find("[ovd.WARNING]") != std::string::npos) {
+            out += line;
+        }
+    }
+    return out;
+}
+
+}  // namespace ovd_test

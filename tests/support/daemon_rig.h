@@ -4,6 +4,8 @@
 // real daemon as a client of all three.  Tests drive it through the stand-ins' clients.
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <map>
 #include <memory>
 #include <string>
@@ -66,6 +68,29 @@ private:
     std::unique_ptr<MgmtdLite> lite_;
     std::unique_ptr<Fabric> fabric_;
     Child daemon_;
+};
+
+}  // namespace ovd_test
+
+namespace ovd_test {
+
+// A test of the daemon in its rig: the private mount namespace (once per program), a
+// scratch folder, the syslog receiver and the rig with its fabric running.  Tests start
+// the daemon with rig_->start(...).  Skips where the machine can't run it.
+class DaemonRigTest : public ::testing::Test {
+protected:
+    static void SetUpTestSuite();
+    void SetUp() override;
+    void TearDown() override;
+
+    // The daemon's complaints so far (error and warning lines), for failure messages.
+    std::string complaints() const;
+
+    static inline bool sandboxed_ = false;
+    static inline std::string why_;
+    std::string dir_;
+    std::unique_ptr<SyslogReceiver> receiver_;
+    std::unique_ptr<DaemonRig> rig_;
 };
 
 }  // namespace ovd_test

@@ -187,51 +187,39 @@ std::string ovd_text_of(int (*to_tstr)(tstring **, uint8), uint8 value)
     return out;
 }
 
-} // namespace
-
-int ovd_handle_device_port_enable_event(const bn_binding_array *bindings)
+// A selector of the enable family by the event's operation: 0 goes to init_handler; the
+// SWID and virtual port operations join here with their flows, and until then, as any
+// other operation, are dropped with no answer.
+int ovd_select_by_operation(const bn_binding_array *bindings, const char *selector,
+                            int (*init_handler)(const bn_binding_array *))
 {
     int err = 0;
     uint8 operation = 0;
 
     err = getInfoFromAddDeviceEvent(bindings, operation_en, &operation, 0);
     bail_error(err);
-    switch (operation) {
-    case PORT_ENABLE_INIT:
-        err = ovd_handle_init_device_port_enable_event(bindings);
+    if (operation == PORT_ENABLE_INIT) {
+        err = init_handler(bindings);
         bail_error(err);
-        break;
-    default:
-        // The SWID and virtual port operations join here with their flows.
-        lc_log_basic(LOG_DEBUG, "%s: operation %u dropped", __func__,
+    } else {
+        lc_log_basic(LOG_DEBUG, "%s: operation %u dropped", selector,
                      static_cast<uint32>(operation));
-        break;
     }
 
 bail:
     return err;
 }
 
+} // namespace
+
+int ovd_handle_device_port_enable_event(const bn_binding_array *bindings)
+{
+    return ovd_select_by_operation(bindings, __func__, ovd_handle_init_device_port_enable_event);
+}
+
 int ovd_handle_ib_device_port_disable_event(const bn_binding_array *bindings)
 {
-    int err = 0;
-    uint8 operation = 0;
-
-    err = getInfoFromAddDeviceEvent(bindings, operation_en, &operation, 0);
-    bail_error(err);
-    switch (operation) {
-    case PORT_ENABLE_INIT:
-        err = ovd_handle_disable_port_on_init(bindings);
-        bail_error(err);
-        break;
-    default:
-        lc_log_basic(LOG_DEBUG, "%s: operation %u dropped", __func__,
-                     static_cast<uint32>(operation));
-        break;
-    }
-
-bail:
-    return err;
+    return ovd_select_by_operation(bindings, __func__, ovd_handle_disable_port_on_init);
 }
 
 int ovd_handle_init_device_port_enable_event(const bn_binding_array *bindings)
