@@ -330,3 +330,46 @@ TEST_F(PortEnable, HostNameChangeRewritesTheNodeDescriptions)
 }
 
 }  // namespace
+
+namespace {
+
+TEST_F(PortEnable, ValidationMendsWhatChangedBehindItsBack)
+{
+    ASSERT_NO_FATAL_FAILURE(start());
+    ovd_test::CtlResult done =
+        ask(enable_args("/portd/events/port-enable", 1, 1, kPorts), "/portd/events/port-enable-done");
+    ASSERT_EQ("uint32:0", answer_fields(done.out)["status"]) << done.out << complaints();
+
+    // Someone else sets local port 5's MTU to 2048: the validation writes 4096 back around
+    // a down and up of the running port, and the device passes.
+    rig_->poke("port 1 5 admin_mtu=2048\n");
+    const size_t before = rig_->journal().size();
+    done = ask({"event", "/portd/events/device-validate-ib", "dev_id=uint32:1"},
+               "/ib/events/device-validate-ib-done");
+    EXPECT_EQ("uint32:0", answer_fields(done.out)["status"]) << done.out << complaints();
+    std::vector<std::string> sets;
+    for (const ovd_test::RegisterAccess &a : rig_->journal(before)) {
+        if (a.cmd != "SET") {
+            continue;
+        }
+        EXPECT_EQ(5u, a.num("local_port")) << a.reg;
+        sets.push_back(a.reg + (a.reg == "PAOS" ? ":" + std::to_string(a.num("admin_status"))
+                                                : a.reg == "PMTU" ? ":" + std::to_string(a.num("admin_mtu"))
+                                                                  : ""));
+    }
+    EXPECT_EQ((std::vector<std::string>{"PAOS:2", "PMTU:4096", "PAOS:1"}), sets)
+        << ovd_test::read_file(rig_->journal_path());
+    EXPECT_TRUE(receiver_->wait_for("There is a mismatch at MTU port configuration. "
+                                    "Configured:[4096], Currently Active:[2048]"));
+
+    // Now everything agrees again: no write.
+    const size_t again = rig_->journal().size();
+    done = ask({"event", "/portd/events/device-validate-ib", "dev_id=uint32:1"},
+               "/ib/events/device-validate-ib-done");
+    EXPECT_EQ("uint32:0", answer_fields(done.out)["status"]) << done.out;
+    for (const ovd_test::RegisterAccess &a : rig_->journal(again)) {
+        EXPECT_EQ("GET", a.cmd) << a.reg;
+    }
+}
+
+}  // namespace

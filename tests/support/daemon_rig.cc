@@ -79,7 +79,8 @@ void DaemonRig::start(const std::string &db_config, const std::string &registrat
     ASSERT_TRUE(lite_->start(args)) << lite_->log();
     mkdir("/var/opt/vqdreg", 0755);
     journal_ = dir_ + "/journal.log";
-    write_file("/var/opt/vqdreg/vqdreg.conf", "model " + model + "\njournal " + journal_ + "\n");
+    write_file("/var/opt/vqdreg/vqdreg.conf", "model " + model + "\njournal " + journal_ +
+                                                  "\ncontrol " + dir_ + "/control\n");
     const std::vector<std::string> env = fabric_->client_env_preloaded({OVD_UMAD_BRIDGE});
     ASSERT_TRUE(
         daemon_.start({"/bin/sh", "-c", "cd '" + fabric_->dir() + "' && exec " OVD_BIN}, env));
@@ -96,6 +97,12 @@ void DaemonRig::stop()
     lite_.reset();
     fabric_.reset();
     std::filesystem::remove_all("/var/opt/vqdreg");
+}
+
+void DaemonRig::poke(const std::string &statements)
+{
+    write_file(dir_ + "/control.new", statements);
+    std::filesystem::rename(dir_ + "/control.new", dir_ + "/control");
 }
 
 CtlResult DaemonRig::portd(const std::vector<std::string> &args)

@@ -57,6 +57,10 @@ public:
     Child &daemon() { return daemon_; }
     const std::string &journal_path() const { return journal_; }
 
+    // Changes the simulated switch behind the daemon's back before its next register
+    // access: model port statements, one a line ("port 1 5 admin_mtu=2048").
+    void poke(const std::string &statements);
+
     // The port manager's stand-in, run to its end.
     CtlResult portd(const std::vector<std::string> &args);
     // The register accesses after the first `from` lines of the journal.

@@ -6,6 +6,7 @@
 #include <stdarg.h>
 #include <stdio.h>
 #include <string.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <array>
@@ -116,6 +117,7 @@ struct State {
     uint64_t seq = 0;
     std::deque<Fault> faults;
     FILE *journal_file = nullptr;
+    std::string control_path;  // statements that change the model behind the client's back
 };
 
 State &state()
@@ -1022,6 +1024,48 @@ vqd_status_t access_one(const char *reg, int raw_cmd, unsigned dev, unsigned swi
     return st;
 }
 
+// Applies what was dropped into the control file, if anything, and removes the file: one
+// port statement of the model a line ("port DEV FIRST[-LAST] attr=value ..."), on ports
+// that exist.  A line that doesn't apply is logged and skipped.  The caller holds the lock.
+void poll_control(State &s)
+{
+    if (s.control_path.empty()) {
+        return;
+    }
+    std::ifstream in(s.control_path);
+    if (!in) {
+        return;
+    }
+    std::stringstream text;
+    text << in.rdbuf();
+    in.close();
+    unlink(s.control_path.c_str());
+    std::istringstream lines(text.str());
+    std::vector<std::string> tok;
+    for (std::string line; std::getline(lines, line);) {
+        std::string why;
+        if (!tokenize(line, &tok, &why) || tok.empty()) {
+            continue;
+        }
+        uint64_t dev = 0;
+        unsigned first = 0, last = 0;
+        auto dit = s.devices.end();
+        bool ok = tok.size() >= 3 && tok[0] == "port" && parse_num(tok[1], &dev) &&
+                  parse_range(tok[2], 254, &first, &last) &&
+                  (dit = s.devices.find(static_cast<unsigned>(dev))) != s.devices.end();
+        for (unsigned k = first; ok && k <= last; ++k) {
+            auto pit = dit->second.ports.find(k);
+            ok = pit != dit->second.ports.end();
+            for (size_t i = 3; ok && i < tok.size(); ++i) {
+                std::string n, v;
+                ok = split_attr(tok[i], &n, &v) && apply_port_attr(pit->second, k, n, v);
+            }
+        }
+        sim_log(ok ? VQ_LOG_SEVERITY_NOTICE : VQ_LOG_SEVERITY_WARNING, "control: %s%s",
+                ok ? "" : "not applied: ", line.c_str());
+    }
+}
+
 template <class Rec>
 using RegFn = vqd_status_t (*)(Device &, vqd_access_cmd_t, const vqd_reg_meta_t &, Rec *);
 
@@ -1037,6 +1081,7 @@ vqd_status_t access_reg(const char *reg, Rec *recs, vqd_reg_meta_t *meta, uint32
     if (recs == nullptr || meta == nullptr || count == 0) {
         return VQD_STATUS_PARAM_ERROR;
     }
+    poll_control(s);
     vqd_status_t last = VQD_STATUS_SUCCESS;
     for (uint32_t i = 0; i < count; ++i) {
         const vqd_reg_meta_t &m = meta[i];
@@ -1085,6 +1130,7 @@ bool apply_config(State &s, const std::string &text, std::string *why)
     std::string model_why;
     bool have_model = false;
     std::string journal_path;
+    std::string control_path;
     std::deque<Fault> faults;
     std::istringstream in(text);
     std::string line;
@@ -1118,6 +1164,8 @@ bool apply_config(State &s, const std::string &text, std::string *why)
             have_model = true;
         } else if (tok[0] == "journal" && tok.size() == 2) {
             journal_path = tok[1];
+        } else if (tok[0] == "control" && tok.size() == 2) {
+            control_path = tok[1];
         } else if (tok[0] == "fault" && tok.size() == 6) {
             Fault f;
             uint64_t dev = 0, count = 0, key = 0;
@@ -1152,6 +1200,7 @@ bool apply_config(State &s, const std::string &text, std::string *why)
     s.journal_file = jf;
     s.devices = std::move(devs);
     s.faults = std::move(faults);
+    s.control_path = control_path;
     s.journal.clear();
     return true;
 }

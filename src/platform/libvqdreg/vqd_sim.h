@@ -12,6 +12,11 @@
 //     # comment
 //     model /path/to/file.model        a model file, or "model builtin:<name>"
 //     journal /path/to/journal.log     one line per access is appended there
+//     control /path/to/control         before each access, the statements found in that
+//                                      file change the model behind the client's back,
+//                                      and the file is removed: "port DEV FIRST[-LAST]
+//                                      attr=value ..." as in the model, on ports that
+//                                      exist (write it elsewhere and rename it there)
 //     fault PTYS 1 5 2 16              fail the next 2 PTYS accesses of device 1,
 //                                      key 5 ("*" for any key) with status 16
 //                                      (a status from 1 to 31)
