@@ -373,3 +373,40 @@ TEST_F(PortEnable, ValidationMendsWhatChangedBehindItsBack)
 }
 
 }  // namespace
+
+namespace {
+
+// The port manager's stand-in plays the whole start of a switch, and the hand-shakes one
+// by one.
+TEST_F(PortEnable, PortManagerStandInBootsEnablesAndValidates)
+{
+    ASSERT_NO_FATAL_FAILURE(rig_->start(kConfig, "", "builtin:standalone36"));
+    ovd_test::CtlResult r = rig_->portd({"boot"});
+    ASSERT_EQ(0, r.code) << r.err << r.out;
+    EXPECT_NE(r.out.find("device 1: status 0\n"), std::string::npos) << r.out;
+    EXPECT_NE(r.out.find("/portd/events/port-enable-done: device 1 status 0\n"), std::string::npos)
+        << r.out;
+    EXPECT_NE(r.out.find("  port_num     uint32  36\n"), std::string::npos) << r.out;
+
+    r = rig_->portd({"--json", "validate", "1"});
+    EXPECT_EQ(0, r.code) << r.err;
+    EXPECT_EQ("{\"event\":\"/ib/events/device-validate-ib-done\",\"dev_id\":1,\"status\":0,"
+              "\"bindings\":{\"dev_id\":1,\"status\":0}}\n",
+              r.out);
+
+    // A list of ports, put in another SWID: reported, nothing written; a device never
+    // added fails, and so does the command.
+    r = rig_->portd({"--swid", "255", "enable", "1", "3", "4"});
+    EXPECT_EQ(0, r.code) << r.err;
+    EXPECT_NE(r.out.find("  port_num     uint32  2\n"), std::string::npos) << r.out;
+    r = rig_->portd({"validate", "9"});
+    EXPECT_EQ(1, r.code) << r.out;
+
+    r = rig_->portd({"disable", "1", "5"});
+    EXPECT_EQ(0, r.code) << r.err;
+    EXPECT_EQ("device 1: disable of 1 ports sent\n", r.out);
+    EXPECT_TRUE(receiver_->wait_for("OVD handles device port disable event for device: [1, SW/1], "
+                                    "local port: [5], label port: [5]"));
+}
+
+}  // namespace

@@ -6,6 +6,12 @@
 //   add-devices [DEVID...]   announce the model's devices (all, or those named), one at a
 //                            time, each after the answer to the one before; prints
 //                            "device N: status S" per answer
+//   enable DEVID [LOCAL...]  ask the daemon to enable the device's ports (all, or those
+//                            named) and print its port-enable-done answer
+//   disable DEVID [LOCAL...] ask it to disable them; that operation is answered by silence
+//   validate DEVID...        ask for the device's validation and print the answer
+//   boot                     what the port manager does at start: every device of the
+//                            model added, then all its ports enabled
 //   route-update FILE        announce the direct routes of a route file
 //   show [DEVID...]          print the bindings add-devices would send, without sending
 //   gen-chassis SPINE_SLOTS LEAF_SLOTS [CHIPS [PORTS]]
@@ -13,6 +19,8 @@
 //
 // --ports N announces only the first N ports of a device (0: none); --as DEVID announces
 // the one device named under another id.  The default system type is 36 (standalone).
+// --operation N sends another operation in enable and disable; --swid N puts every port
+// of those events in SWID N instead of the model's; --json prints the answers as JSON.
 //
 // Exit codes: 0 done and every answer 0; 1 an answer with a non-zero status; 2 bad
 // command line or model; 3 the management daemon can't be reached or closed the session;
@@ -47,6 +55,11 @@ constexpr int pl_exit_timeout = 4;
 const char pl_event_device_add[] = "/portd/events/ib-device-add";
 const char pl_event_device_add_done[] = "/ib/events/device-add-done";
 const char pl_event_route_update[] = "/topod/events/ib-direct-route-update";
+const char pl_event_port_enable[] = "/portd/events/port-enable";
+const char pl_event_port_enable_done[] = "/portd/events/port-enable-done";
+const char pl_event_port_disable[] = "/portd/events/port-disable";
+const char pl_event_validate[] = "/portd/events/device-validate-ib";
+const char pl_event_validate_done[] = "/ib/events/device-validate-ib-done";
 const char pl_action_interest_add[] = "/mgmtd/events/actions/interest/add";
 
 struct pl_options {
@@ -54,6 +67,17 @@ struct pl_options {
     std::string po_model = "builtin:standalone36";
     lt_dur_ms po_timeout_ms = 30000;
     pl_event_options po_event;
+    uint32 po_operation = 0;
+    int32 po_swid = -1;  // -1: the model's
+    tbool po_json = false;
+};
+
+// An answer of the daemon: its event, device, status and all its bindings as text.
+struct pl_answer {
+    std::string pa_event;
+    uint32 pa_dev_id = 0;
+    uint32 pa_status = 0;
+    std::vector<pl_binding> pa_bindings;
 };
 
 struct pl_client {
@@ -62,8 +86,8 @@ struct pl_client {
     gcl_session *pc_sess = nullptr;
     uint32 pc_want_msg_id = 0;
     bn_response *pc_response = nullptr;
-    // Answers that came in and weren't taken yet: device id and status.
-    std::vector<std::pair<uint32, uint32>> pc_done;
+    // Answers that came in and weren't taken yet.
+    std::vector<pl_answer> pc_done;
 };
 
 void pl_usage(FILE *out)
@@ -73,8 +97,13 @@ void pl_usage(FILE *out)
             "[--system-type N]\n"
             "                  [--timeout S] [--master DEVID] [--ports N] [--as DEVID] "
             "COMMAND ...\n"
+            "                  [--operation N] [--swid N] [--json]\n"
             "commands:\n"
             "  add-devices [DEVID...]\n"
+            "  enable DEVID [LOCAL...]\n"
+            "  disable DEVID [LOCAL...]\n"
+            "  validate DEVID...\n"
+            "  boot\n"
             "  route-update FILE\n"
             "  show [DEVID...]\n"
             "  gen-chassis SPINE_SLOTS LEAF_SLOTS [CHIPS [PORTS]]\n");
@@ -118,13 +147,16 @@ int pl_on_event(gcl_session *sess, bn_request **inout_request, void *arg)
     bn_binding *binding = nullptr;
     uint32 dev_id = 0;
     uint32 status = 0;
+    pl_answer answer;
 
     err = bn_event_request_msg_get_event_name(*inout_request, &name);
     bail_error(err);
     err = bn_response_msg_create_send(sess, bbmt_event_response,
                                       bn_request_get_msg_id(*inout_request), 0, nullptr, 0);
     bail_error(err);
-    if (name == nullptr || strcmp(ts_str(name), pl_event_device_add_done) != 0) {
+    if (name == nullptr || (strcmp(ts_str(name), pl_event_device_add_done) != 0 &&
+                            strcmp(ts_str(name), pl_event_port_enable_done) != 0 &&
+                            strcmp(ts_str(name), pl_event_validate_done) != 0)) {
         goto bail;
     }
     err = bn_request_get(*inout_request, nullptr, nullptr, false, &bindings, nullptr, nullptr);
@@ -143,7 +175,22 @@ int pl_on_event(gcl_session *sess, bn_request **inout_request, void *arg)
         fprintf(stderr, "portd-lite: the answer for device %u has no status\n", dev_id);
         goto bail;
     }
-    client->pc_done.emplace_back(dev_id, status);
+    answer.pa_event = ts_str(name);
+    answer.pa_dev_id = dev_id;
+    answer.pa_status = status;
+    for (uint32 i = 0; i < bn_binding_array_length_quick(bindings); ++i) {
+        const bn_binding *b = bn_binding_array_get_quick(bindings, i);
+        tstring *value = nullptr;
+        bn_type type = bt_NONE;
+        bn_binding_get_type(b, ba_value, &type, nullptr);
+        if (bn_binding_get_tstr(b, ba_value, bt_NONE, nullptr, &value) == 0) {
+            answer.pa_bindings.push_back({ts_str(b->bn_node_name),
+                                          lc_enum_to_string_quiet(bn_type_map, type),
+                                          ts_str_maybe_empty(value)});
+        }
+        ts_free(&value);
+    }
+    client->pc_done.push_back(std::move(answer));
 
 bail:
     bn_binding_array_free(&bindings);
@@ -336,6 +383,160 @@ int pl_exit_for_error(int err)
     }
 }
 
+// Waits for the daemon's answer `event` about device dev_id and takes it.
+int pl_wait_answer(pl_client *client, const pl_options &opts, const char *event, uint32 dev_id,
+                   pl_answer *ret_answer)
+{
+    return pl_wait(client, opts.po_timeout_ms, "answer from the IB daemon", [&] {
+        for (auto it = client->pc_done.begin(); it != client->pc_done.end(); ++it) {
+            if (it->pa_event == event && it->pa_dev_id == dev_id) {
+                *ret_answer = std::move(*it);
+                client->pc_done.erase(it);
+                return true;
+            }
+        }
+        return false;
+    });
+}
+
+std::string pl_json_text(const std::string &text)
+{
+    std::string out = "\"";
+    for (char c : text) {
+        if (c == '"' || c == '\\') {
+            out += '\\';
+        }
+        out += c;
+    }
+    return out + "\"";
+}
+
+// An answer as it is printed: a line per binding under a heading, or one JSON object.
+void pl_print_answer(const pl_options &opts, const pl_answer &answer)
+{
+    if (opts.po_json) {
+        printf("{\"event\":%s,\"dev_id\":%u,\"status\":%u,\"bindings\":{",
+               pl_json_text(answer.pa_event).c_str(), answer.pa_dev_id, answer.pa_status);
+        for (size_t i = 0; i < answer.pa_bindings.size(); ++i) {
+            const pl_binding &b = answer.pa_bindings[i];
+            const tbool number = b.pb_type != "string" && b.pb_type != "bool" && !b.pb_value.empty() &&
+                                 b.pb_value.find_first_not_of("0123456789") == std::string::npos;
+            printf("%s%s:%s", i == 0 ? "" : ",", pl_json_text(b.pb_name).c_str(),
+                   number ? b.pb_value.c_str() : pl_json_text(b.pb_value).c_str());
+        }
+        printf("}}\n");
+    } else {
+        printf("%s: device %u status %u\n", answer.pa_event.c_str(), answer.pa_dev_id,
+               answer.pa_status);
+        for (const pl_binding &b : answer.pa_bindings) {
+            printf("  %-12s %-7s %s\n", b.pb_name.c_str(), b.pb_type.c_str(), b.pb_value.c_str());
+        }
+    }
+    fflush(stdout);
+}
+
+// The enable family's payload: dev_id, port_num, operation, and per port its SWID (the
+// model's, or --swid), local port and ifindex.  An empty `locals` takes every port.
+int pl_port_event_bindings(const pl_model &model, const pl_options &opts, uint32 dev_id,
+                           const std::vector<uint32> &locals, std::vector<pl_binding> *ret_bindings,
+                           std::string *ret_why)
+{
+    const auto dev = model.pm_devices.find(dev_id);
+    std::vector<uint32> ports = locals;
+
+    ret_bindings->clear();
+    if (dev == model.pm_devices.end()) {
+        *ret_why = "no device " + std::to_string(dev_id) + " in the model";
+        return lc_err_not_found;
+    }
+    if (ports.empty()) {
+        for (const auto &entry : dev->second.pd_ports) {
+            ports.push_back(entry.first);
+        }
+    }
+    ret_bindings->push_back({"dev_id", "uint32", std::to_string(dev_id)});
+    ret_bindings->push_back({"port_num", "uint32", std::to_string(ports.size())});
+    ret_bindings->push_back({"operation", "uint8", std::to_string(opts.po_operation)});
+    for (size_t i = 0; i < ports.size(); ++i) {
+        const auto port = dev->second.pd_ports.find(ports[i]);
+        const uint32 swid = opts.po_swid >= 0 ? static_cast<uint32>(opts.po_swid)
+                            : port != dev->second.pd_ports.end() ? port->second.pp_swid
+                                                                 : 0;
+        const std::string n = std::to_string(i + 1);
+        ret_bindings->push_back({"swid_" + n, "uint8", std::to_string(swid)});
+        ret_bindings->push_back({"local_" + n, "uint8", std::to_string(ports[i])});
+        ret_bindings->push_back(
+            {"ifindex_" + n, "uint32", std::to_string(pl_ifindex(dev_id, ports[i]))});
+    }
+    return 0;
+}
+
+// enable, disable: one event for the device; the enable's answer is printed.
+int pl_cmd_ports(pl_client *client, const pl_options &opts, const pl_model &model, tbool enable,
+                 uint32 dev_id, const std::vector<uint32> &locals, int *ret_exit)
+{
+    int err = 0;
+    std::vector<pl_binding> bindings;
+    std::string why;
+    pl_answer answer;
+
+    err = pl_port_event_bindings(model, opts, dev_id, locals, &bindings, &why);
+    if (err != 0) {
+        fprintf(stderr, "portd-lite: %s\n", why.c_str());
+        *ret_exit = pl_exit_usage;
+        return 0;
+    }
+    if (!enable) {
+        err = pl_send_event(client, opts, pl_event_port_disable, bindings);
+        bail_error_quiet(err);
+        printf("device %u: disable of %zu ports sent\n", dev_id, (bindings.size() - 3) / 3);
+        goto bail;
+    }
+    err = pl_declare_interest(client, opts, pl_event_port_enable_done);
+    bail_error_quiet(err);
+    err = pl_send_event(client, opts, pl_event_port_enable, bindings);
+    bail_error_quiet(err);
+    err = pl_wait_answer(client, opts, pl_event_port_enable_done, dev_id, &answer);
+    if (err == lc_err_io_timeout) {
+        printf("device %u: no answer\n", dev_id);
+    }
+    bail_error_quiet(err);
+    pl_print_answer(opts, answer);
+    if (answer.pa_status != 0) {
+        *ret_exit = pl_exit_failed_status;
+    }
+
+bail:
+    return err;
+}
+
+int pl_cmd_validate(pl_client *client, const pl_options &opts, const std::vector<uint32> &dev_ids,
+                    int *ret_exit)
+{
+    int err = 0;
+
+    err = pl_declare_interest(client, opts, pl_event_validate_done);
+    bail_error_quiet(err);
+    for (uint32 dev_id : dev_ids) {
+        pl_answer answer;
+        err = pl_send_event(client, opts, pl_event_validate,
+                            {{"dev_id", "uint32", std::to_string(dev_id)}});
+        bail_error_quiet(err);
+        err = pl_wait_answer(client, opts, pl_event_validate_done, dev_id, &answer);
+        if (err == lc_err_io_timeout) {
+            printf("device %u: no answer\n", dev_id);
+        }
+        bail_error_quiet(err);
+        pl_print_answer(opts, answer);
+        if (answer.pa_status != 0) {
+            *ret_exit = pl_exit_failed_status;
+        }
+    }
+
+bail:
+    return err;
+}
+
 int pl_cmd_add_devices(pl_client *client, const pl_options &opts, const pl_model &model,
                        const std::vector<uint32> &dev_ids, int *ret_exit)
 {
@@ -358,16 +559,9 @@ int pl_cmd_add_devices(pl_client *client, const pl_options &opts, const pl_model
         }
         err = pl_send_event(client, opts, pl_event_device_add, bindings);
         bail_error_quiet(err);
-        err = pl_wait(client, opts.po_timeout_ms, "answer from the IB daemon", [&] {
-            for (auto it = client->pc_done.begin(); it != client->pc_done.end(); ++it) {
-                if (it->first == announced) {
-                    status = it->second;
-                    client->pc_done.erase(it);
-                    return true;
-                }
-            }
-            return false;
-        });
+        pl_answer answer;
+        err = pl_wait_answer(client, opts, pl_event_device_add_done, announced, &answer);
+        status = answer.pa_status;
         if (err == lc_err_io_timeout) {
             printf("device %u: no answer\n", announced);
             fflush(stdout);
@@ -431,6 +625,14 @@ int main(int argc, char **argv)
             opts.po_event.peo_port_limit = static_cast<int32>(num);
         } else if (arg == "--as" && has_value) {
             ok = pl_parse_uint(argv[++i], &opts.po_event.peo_as_dev_id);
+        } else if (arg == "--operation" && has_value) {
+            ok = pl_parse_uint(argv[++i], &opts.po_operation) && opts.po_operation <= 255;
+        } else if (arg == "--swid" && has_value) {
+            ok = pl_parse_uint(argv[++i], &num) && num <= 255;
+            opts.po_swid = static_cast<int32>(num);
+        } else if (arg == "--json") {
+            opts.po_json = true;
+            ok = true;
         } else if (arg == "--help" || arg == "-h") {
             pl_usage(stdout);
             return pl_exit_ok;
@@ -496,7 +698,23 @@ int main(int argc, char **argv)
             return pl_exit_usage;
         }
         pl_route_bindings(routes, &bindings);
-    } else if (command == "add-devices" || command == "show") {
+    } else if (command == "enable" || command == "disable" || command == "validate") {
+        if (pl_model_load(opts.po_model, &model, &why) != 0) {
+            fprintf(stderr, "portd-lite: %s\n", why.c_str());
+            return pl_exit_usage;
+        }
+        if (args.empty()) {
+            pl_usage(stderr);
+            return pl_exit_usage;
+        }
+        for (const std::string &arg : args) {
+            if (!pl_parse_uint(arg.c_str(), &num)) {
+                fprintf(stderr, "portd-lite: bad number '%s'\n", arg.c_str());
+                return pl_exit_usage;
+            }
+            dev_ids.push_back(num);
+        }
+    } else if (command == "add-devices" || command == "show" || command == "boot") {
         if (pl_model_load(opts.po_model, &model, &why) != 0) {
             fprintf(stderr, "portd-lite: %s\n", why.c_str());
             return pl_exit_usage;
@@ -539,6 +757,16 @@ int main(int argc, char **argv)
     err = pl_connect(&client, opts);
     if (err == 0 && command == "add-devices") {
         err = pl_cmd_add_devices(&client, opts, model, dev_ids, &status);
+    } else if (err == 0 && (command == "enable" || command == "disable")) {
+        err = pl_cmd_ports(&client, opts, model, command == "enable", dev_ids[0],
+                           std::vector<uint32>(dev_ids.begin() + 1, dev_ids.end()), &status);
+    } else if (err == 0 && command == "validate") {
+        err = pl_cmd_validate(&client, opts, dev_ids, &status);
+    } else if (err == 0 && command == "boot") {
+        err = pl_cmd_add_devices(&client, opts, model, dev_ids, &status);
+        for (size_t k = 0; err == 0 && k < dev_ids.size(); ++k) {
+            err = pl_cmd_ports(&client, opts, model, true, dev_ids[k], {}, &status);
+        }
     } else if (err == 0) {
         err = pl_send_event(&client, opts, pl_event_route_update, bindings);
         if (err == 0) {
