@@ -10,7 +10,9 @@
 //   ovd-demo [--script FILE] [--config FILE] [--registration FILE] [--model FILE] [--stay]
 //
 // Script lines: "# text" is printed as a heading; "! PROGRAM ARGS..." runs a stand-in
-// program from the build (by its target name); anything else is a mgmtctl command line.
+// program from the build (by its target name); "% STATEMENT" changes the simulated switch
+// behind the daemon's back (a port statement of the register model, applied before the
+// daemon's next register access); anything else is a mgmtctl command line.
 // Runs as root.
 #include <unistd.h>
 
@@ -186,9 +188,11 @@ int main(int argc, char **argv)
                    why.c_str());
         }
         const std::string journal = dir + "/registers.journal";
+        const std::string control = dir + "/registers.control";
         std::filesystem::create_directories("/var/opt/vqdreg");
         ovd_test::write_file("/var/opt/vqdreg/vqdreg.conf",
-                             "model " + model + "\njournal " + journal + "\n");
+                             "model " + model + "\njournal " + journal + "\ncontrol " +
+                                 control + "\n");
         JournalPrinter registers(journal);
         printf("== register stand-in: model %s\n", model.c_str());
 
@@ -217,6 +221,14 @@ int main(int argc, char **argv)
             }
             if (line[0] == '#') {
                 printf("\n== %s\n", line.substr(line.find_first_not_of("# ")).c_str());
+                continue;
+            }
+            if (line[0] == '%') {
+                // Behind the daemon's back: the switch changes before its next access.
+                const std::string statement = line.substr(line.find_first_not_of("% "));
+                printf("%% (the switch, behind the daemon's back) %s\n", statement.c_str());
+                ovd_test::write_file(control + ".new", statement + "\n");
+                std::filesystem::rename(control + ".new", control);
                 continue;
             }
             std::vector<std::string> words = split_words(line);
