@@ -220,6 +220,8 @@ TEST_F(PortEnable, ValidationPassesFailsAndRefusesOddDevices)
         EXPECT_EQ("GET", a.cmd) << a.reg;
     }
     EXPECT_TRUE(receiver_->wait_for("OVD HA validation flow checking device number 1, "));
+    // The enable gave the ports without configuration an entry of their defaults.
+    EXPECT_LT(receiver_->find("supposed to be in configuration DB"), 0) << complaints();
 
     // Device ids 0 and 217 are out of the range; an empty slot fails too.
     for (const char *id : {"0", "217", "3"}) {
