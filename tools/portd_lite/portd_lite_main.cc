@@ -471,6 +471,31 @@ int pl_port_event_bindings(const pl_model &model, const pl_options &opts, uint32
     return 0;
 }
 
+// Sends `event` and prints the daemon's answer `answer_event` about the device; a non-zero
+// status there makes the exit code 1.
+int pl_ask_device(pl_client *client, const pl_options &opts, const char *event,
+                  const std::vector<pl_binding> &bindings, const char *answer_event,
+                  uint32 dev_id, int *ret_exit)
+{
+    int err = 0;
+    pl_answer answer;
+
+    err = pl_send_event(client, opts, event, bindings);
+    bail_error_quiet(err);
+    err = pl_wait_answer(client, opts, answer_event, dev_id, &answer);
+    if (err == lc_err_io_timeout) {
+        printf("device %u: no answer\n", dev_id);
+    }
+    bail_error_quiet(err);
+    pl_print_answer(opts, answer);
+    if (answer.pa_status != 0) {
+        *ret_exit = pl_exit_failed_status;
+    }
+
+bail:
+    return err;
+}
+
 // enable, disable: one event for the device; the enable's answer is printed.
 int pl_cmd_ports(pl_client *client, const pl_options &opts, const pl_model &model, tbool enable,
                  uint32 dev_id, const std::vector<uint32> &locals, int *ret_exit)
@@ -478,7 +503,6 @@ int pl_cmd_ports(pl_client *client, const pl_options &opts, const pl_model &mode
     int err = 0;
     std::vector<pl_binding> bindings;
     std::string why;
-    pl_answer answer;
 
     err = pl_port_event_bindings(model, opts, dev_id, locals, &bindings, &why);
     if (err != 0) {
@@ -494,17 +518,9 @@ int pl_cmd_ports(pl_client *client, const pl_options &opts, const pl_model &mode
     }
     err = pl_declare_interest(client, opts, pl_event_port_enable_done);
     bail_error_quiet(err);
-    err = pl_send_event(client, opts, pl_event_port_enable, bindings);
+    err = pl_ask_device(client, opts, pl_event_port_enable, bindings, pl_event_port_enable_done,
+                        dev_id, ret_exit);
     bail_error_quiet(err);
-    err = pl_wait_answer(client, opts, pl_event_port_enable_done, dev_id, &answer);
-    if (err == lc_err_io_timeout) {
-        printf("device %u: no answer\n", dev_id);
-    }
-    bail_error_quiet(err);
-    pl_print_answer(opts, answer);
-    if (answer.pa_status != 0) {
-        *ret_exit = pl_exit_failed_status;
-    }
 
 bail:
     return err;
@@ -518,19 +534,10 @@ int pl_cmd_validate(pl_client *client, const pl_options &opts, const std::vector
     err = pl_declare_interest(client, opts, pl_event_validate_done);
     bail_error_quiet(err);
     for (uint32 dev_id : dev_ids) {
-        pl_answer answer;
-        err = pl_send_event(client, opts, pl_event_validate,
-                            {{"dev_id", "uint32", std::to_string(dev_id)}});
+        err = pl_ask_device(client, opts, pl_event_validate,
+                            {{"dev_id", "uint32", std::to_string(dev_id)}},
+                            pl_event_validate_done, dev_id, ret_exit);
         bail_error_quiet(err);
-        err = pl_wait_answer(client, opts, pl_event_validate_done, dev_id, &answer);
-        if (err == lc_err_io_timeout) {
-            printf("device %u: no answer\n", dev_id);
-        }
-        bail_error_quiet(err);
-        pl_print_answer(opts, answer);
-        if (answer.pa_status != 0) {
-            *ret_exit = pl_exit_failed_status;
-        }
     }
 
 bail:
