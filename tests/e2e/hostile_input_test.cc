@@ -244,6 +244,13 @@ std::vector<HostileRow> hostile_rows()
         {"deep wildcards", {"iterate", "/ib/state/swid/*/nodes/*/*/*/*", "--subtree"}},
         {"the whole tree at once", {"iterate", "/ib/state", "--subtree"}},
         {"a port that doesn't exist", {"get", "/ib/state/externalports/4294967295/speed"}},
+        {"a SWID that is no number", {"get", "/ib/state/swid/zero/my_lid"}, {},
+         "The swid value at node_name: /ib/state/swid/zero/my_lid must be a number"},
+        {"a SWID beyond the range", {"get", "/ib/state/swid/4294967296/nodes/1/guid"}},
+        {"a device id the typed parser refuses", {"get", "/ib/state/devid/-7"}},
+        {"a settled status one level too deep", {"get", "/ib/state/locallinks/x/y"}},
+        {"a limit of a port nobody announced",
+         {"get", "/ib/state/internal-leaf-ports/99999/port_vl_limit"}},
 
         // Actions, with bindings they don't take.
         {"an action with bindings of the wrong types",

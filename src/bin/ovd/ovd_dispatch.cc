@@ -29,45 +29,6 @@ bool ovd_has_prefix(const char *str, const char *prefix)
     return strncmp(str, prefix, strlen(prefix)) == 0;
 }
 
-// Every device in use, by its decimal id.
-int ovd_append_device_ids(tstr_array *resp_names)
-{
-    int err = 0;
-    for (uint32 devid = 0; devid < OVD_NUM_DEVICES; ++devid) {
-        if (devsinfo[devid] == nullptr) {
-            continue;
-        }
-        err = tstr_array_append_sprintf(resp_names, "%u", devid);
-        bail_error(err);
-    }
-bail:
-    return err;
-}
-
-// The children of /ib/state/devid, sorted as text: "10" before "9".
-int ovd_iterate_devices(tstr_array *resp_names)
-{
-    int err = 0;
-    err = ovd_append_device_ids(resp_names);
-    bail_error(err);
-    err = tstr_array_sort(resp_names);
-    bail_error(err);
-bail:
-    return err;
-}
-
-// The device level under /ib/state/swid/, sorted as numbers.
-int ovd_iterate_switch_slots_nodes(tstr_array *resp_names)
-{
-    int err = 0;
-    err = ovd_append_device_ids(resp_names);
-    bail_error(err);
-    err = tstr_array_sort_numeric(resp_names);
-    bail_error(err);
-bail:
-    return err;
-}
-
 // Configuration changes: each new binding goes to ovd_handle_change with the old ones.
 // The extraction sorts the array it reads: `bindings` is the callback's own copy.
 int ovd_handle_dbchange_event(const tstring *event_name, bn_binding_array *bindings)
@@ -134,17 +95,16 @@ bail:
 int ovd_handle_iterate(const char *bname, const tstr_array *bname_parts, void *data,
                        tstr_array *resp_names)
 {
-    (void)bname_parts;
     (void)data;
     int err = 0;
     bail_null(bname);
     bail_null(resp_names);
     lc_log_basic(LOG_DEBUG, "Received iterate bindings request %s", bname);
     if (ovd_has_prefix(bname, ovd_state_devid_prefix)) {
-        err = ovd_iterate_devices(resp_names);
+        err = ovd_iterate_devices(bname, bname_parts, resp_names);
         bail_error(err);
     } else if (ovd_has_prefix(bname, ovd_state_swid_prefix)) {
-        err = ovd_iterate_switch_slots_nodes(resp_names);
+        err = ovd_iterate_switch_slots_nodes(bname, bname_parts, resp_names);
         bail_error(err);
     }
 bail:
