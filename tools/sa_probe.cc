@@ -8,6 +8,12 @@
 //   sa-probe [-s SWID] checkpath PATH       check_dr_path
 //   sa-probe [-s SWID] master               sa_is_master_sm_in_swid
 //   sa-probe [-s SWID] sysfs TYPE           get_ib_fn
+//   sa-probe [-s SWID] [-d DEV] counters PATH PORT [TIMES]
+//                                           sa_get_port_cnt with the cache on, TIMES times
+//   sa-probe [-s SWID] [-d DEV] extcounters PATH PORT
+//                                           sa_get_ext_port_cnt with the cache on
+//   sa-probe [-s SWID] [-d DEV] clear PATH PORT [ext]
+//                                           sa_clear_port_cnt of all counters
 //
 // PATH is a direct route such as "0,35,1".  Every command also prints "status:" and the
 // number of PortInfo SMPs it sent ("portinfo_queries:"); the log goes to stderr.
@@ -19,6 +25,7 @@
 #include <string>
 
 #include "logging.h"
+#include "sa_counters.h"
 #include "swidapi.h"
 
 namespace {
@@ -29,7 +36,9 @@ void usage()
 {
     fprintf(stderr,
             "usage: sa-probe [-s SWID] portinfo PATH PORT | nodeinfo PATH | lid PATH |\n"
-            "                checkpath PATH | master | sysfs TYPE\n");
+            "                checkpath PATH | master | sysfs TYPE |\n"
+            "                [-d DEV] counters PATH PORT [TIMES] | [-d DEV] extcounters PATH PORT |\n"
+            "                [-d DEV] clear PATH PORT [ext]\n");
     exit(2);
 }
 
@@ -97,8 +106,13 @@ int main(int argc, char **argv)
     int status = 0;
     int rc = 0;
 
+    int dev = 1;
     if (argi + 1 < argc && strcmp(argv[argi], "-s") == 0) {
         swid = atoi(argv[argi + 1]);
+        argi += 2;
+    }
+    if (argi + 1 < argc && strcmp(argv[argi], "-d") == 0) {
+        dev = atoi(argv[argi + 1]);
         argi += 2;
     }
     if (argi >= argc) {
@@ -154,6 +168,38 @@ int main(int argc, char **argv)
         status = check_dr_path(ctx, &path, &failed);
         print_status(status);
         printf("failed_port:%u\n", failed);
+    } else if (cmd == "counters" && (nargs == 2 || nargs == 3) && parse_path(argv[argi], &path)) {
+        sa_port_counters_t pc = {};
+        u_int16_t lid = 0;
+        const int times = nargs == 3 ? atoi(argv[argi + 2]) : 1;
+        for (int k = 0; k < times; ++k) {
+            status = sa_get_port_cnt(ctx, static_cast<vqd_dev_id_t>(dev), atoi(argv[argi + 1]),
+                                     &path, &pc, true, &lid);
+        }
+        print_status(status);
+        printf("lid:%u\n", lid);
+        printf("xmit_data_bytes:%u\nrcv_data_bytes:%u\nxmit_pkts:%u\nrcv_pkts:%u\n"
+               "xmit_wait:%u\nsymbol_err_cnt:%u\nrcv_err:%u\nlink_downed:%u\n",
+               pc.xmit_data_bytes, pc.rcv_data_bytes, pc.xmit_pkts, pc.rcv_pkts, pc.xmit_wait,
+               pc.symbol_err_cnt, pc.rcv_err, pc.link_downed);
+    } else if (cmd == "extcounters" && nargs == 2 && parse_path(argv[argi], &path)) {
+        sa_ext_port_counters_t pc = {};
+        u_int16_t lid = 0;
+        status = sa_get_ext_port_cnt(ctx, static_cast<vqd_dev_id_t>(dev), &path,
+                                     atoi(argv[argi + 1]), &pc, true, &lid);
+        print_status(status);
+        printf("lid:%u\n", lid);
+        printf("xmit_data_bytes:%llu\nrcv_data_bytes:%llu\nxmit_pkts:%llu\nrcv_pkts:%llu\n",
+               static_cast<unsigned long long>(pc.xmit_data_bytes),
+               static_cast<unsigned long long>(pc.rcv_data_bytes),
+               static_cast<unsigned long long>(pc.xmit_pkts),
+               static_cast<unsigned long long>(pc.rcv_pkts));
+    } else if (cmd == "clear" && (nargs == 2 || nargs == 3) && parse_path(argv[argi], &path)) {
+        u_int16_t lid = 0;
+        status = sa_clear_port_cnt(ctx, static_cast<vqd_dev_id_t>(dev), &path,
+                                   atoi(argv[argi + 1]), nargs == 3, 0xFFFFFFFFu, &lid);
+        print_status(status);
+        printf("lid:%u\n", lid);
     } else if (cmd == "master" && nargs == 0) {
         int master_up = -1;
         status = sa_is_master_sm_in_swid(ctx, &master_up, 5000);

@@ -227,3 +227,57 @@ TEST_F(SwidapiFabricTest, BridgeMapsEverySwidDeviceAndItsSysfs)
 }
 
 }  // namespace
+
+namespace {
+
+// Port counters by Performance Management datagrams over a LID route, beside perfquery.
+TEST_F(SwidapiFabricTest, PortCountersMatchPerfqueryAndScaleTheByteCounts)
+{
+    Fabric fabric;
+    ASSERT_NO_FATAL_FAILURE(start(&fabric));
+    // The attached switch is LID 1: without a subnet manager the switches forward no
+    // LID-routed packets, but the local one answers its own.
+    ASSERT_TRUE(fabric.console("PerformanceSet \"sw1\"[35] PortCounters.SymbolErrorCounter=17"));
+    ASSERT_TRUE(fabric.console("PerformanceSet \"sw1\"[35] PortCounters.PortXmitData=1000"));
+    ASSERT_TRUE(fabric.console("PerformanceSet \"sw1\"[35] PortCounters.PortRcvData=1073741823"));
+    FabricResult ours = probe(&fabric, {"counters", "0", "35"});
+    ASSERT_EQ("0", get(ours, "status")) << ours.out;
+    EXPECT_EQ("1", get(ours, "lid"));
+    const FabricResult theirs = fabric.perfquery({"1", "35"});
+    ASSERT_EQ(0, theirs.status) << theirs.out;
+    EXPECT_EQ(get(theirs, "SymbolErrorCounter"), get(ours, "symbol_err_cnt"));
+    EXPECT_EQ(get(theirs, "PortXmitPkts"), get(ours, "xmit_pkts"));
+    // Bytes: the hardware counts in units of four.
+    EXPECT_EQ("4000", get(ours, "xmit_data_bytes"));
+    EXPECT_EQ("4294967292", get(ours, "rcv_data_bytes"));
+    ASSERT_TRUE(fabric.console("PerformanceSet \"sw1\"[35] PortCounters.PortRcvData=1073741824"));
+    ours = probe(&fabric, {"counters", "0", "35"});
+    EXPECT_EQ("4294967295", get(ours, "rcv_data_bytes")) << "saturates";
+
+    // Three reads of one device with the cache on walk the path once.
+    ours = probe(&fabric, {"counters", "0", "35", "3"});
+    EXPECT_EQ("0", get(ours, "status")) << ours.out;
+    EXPECT_EQ("1", get(ours, "portinfo_queries"));
+
+    // Device 0 on a fresh context hits the zeroed cache: the query to LID 0 fails, and a
+    // fresh look-up repairs it.
+    ours = probe(&fabric, {"-d", "0", "counters", "0", "35"});
+    EXPECT_EQ("0", get(ours, "status")) << ours.out;
+    EXPECT_NE(ours.out.find("Could not send MAD using LID:[0] from cache, forcing new LID "
+                            "calculation"),
+              std::string::npos)
+        << ours.out;
+
+    // A clear looks the LID up anew and leaves the counters at zero.
+    ours = probe(&fabric, {"clear", "0", "35"});
+    EXPECT_EQ("0", get(ours, "status")) << ours.out;
+    EXPECT_EQ("1", get(ours, "portinfo_queries"));
+    EXPECT_EQ("0", get(fabric.perfquery({"1", "35"}), "SymbolErrorCounter"));
+    EXPECT_EQ("0", get(probe(&fabric, {"counters", "0", "35"}), "xmit_data_bytes"));
+
+    // A node without a LID has no counters to read.
+    ours = probe(&fabric, {"counters", "0,4", "1"});
+    EXPECT_EQ(std::to_string(77), get(ours, "status")) << ours.out;
+}
+
+}  // namespace
