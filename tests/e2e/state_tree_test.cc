@@ -94,6 +94,16 @@ TEST_F(StateTree, OddNamesAreRefusedAsTheirLevelSays)
     EXPECT_EQ("", get("/ib/state/externalports/69/speed"));
     EXPECT_TRUE(receiver_->wait_for("ovd_mon_handle_get: Unknown node "
                                     "'/ib/state/externalports/69/speed'"));
+    // A SWID of 8, device 217, a name with too few parts: nothing, and the session stays.
+    EXPECT_EQ("", get("/ib/state/swid/8/my_lid"));
+    EXPECT_TRUE(receiver_->wait_for("The swid value at node_name: /ib/state/swid/8/my_lid must "
+                                    "be between 0 - 7"));
+    EXPECT_EQ("", get("/ib/state/devid/217/max-hw-cap-speed"));
+    EXPECT_EQ("", get("/ib/state/swid/0"));
+    // A SWID number read from a port family's level: the last part decides.
+    EXPECT_EQ("", get("/ib/state/externalports/9/my_lid"));
+    EXPECT_TRUE(receiver_->wait_for("The swid value at node_name: /ib/state/externalports/9/my_lid "
+                                    "must be between 0 - 7"));
     // The daemon still answers.
     EXPECT_EQ("uint8 8", get("/ib/state/externalports/69/port_vl_default"));
 }

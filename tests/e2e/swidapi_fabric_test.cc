@@ -268,6 +268,16 @@ TEST_F(SwidapiFabricTest, PortCountersMatchPerfqueryAndScaleTheByteCounts)
               std::string::npos)
         << ours.out;
 
+    // The extended attribute: the 64-bit byte counts, times four, beside perfquery -x.
+    ours = probe(&fabric, {"extcounters", "0", "35"});
+    ASSERT_EQ("0", get(ours, "status")) << ours.out;
+    const FabricResult ext = fabric.perfquery({"-x", "1", "35"});
+    ASSERT_EQ(0, ext.status) << ext.out;
+    EXPECT_EQ(std::to_string(std::stoull(get(ext, "PortXmitData")) * 4),
+              get(ours, "xmit_data_bytes"))
+        << ext.out << ours.out;
+    EXPECT_EQ(get(ext, "PortXmitPkts"), get(ours, "xmit_pkts"));
+
     // A clear looks the LID up anew and leaves the counters at zero.
     ours = probe(&fabric, {"clear", "0", "35"});
     EXPECT_EQ("0", get(ours, "status")) << ours.out;
