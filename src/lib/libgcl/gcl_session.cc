@@ -1097,24 +1097,24 @@ namespace {
 int gcl_session_grow_input_buffer(gcl_session *sess)
 {
     int err = 0;
-    tbuf *old = sess->gs_input_buffer;
-    tbuf *bigger = nullptr;
+    tbuf *in = sess->gs_input_buffer;
+    const uint64 new_size = static_cast<uint64>(in->tb_size) + gcl_read_buffer_min_free;
+    uint8 *grown = nullptr;
 
-    // The new block is exactly the old size and the step: the byte buffer keeps one byte
-    // beyond the length it is asked for.
-    err = tb_new_size(&bigger, tb_size(old) + gcl_read_buffer_min_free - 1);
-    bail_error(err);
-    if (tb_length(old) > 0) {
-        memcpy(tb_buf(bigger), tb_buf(old), tb_length(old));
+    if (new_size > tb_size_max) {
+        lc_log_basic(LOG_ERR, "maximum size exceeded: %d", static_cast<int>(new_size));
+        bail_force(lc_err_assertion_failed);
     }
-    err = tb_set_length(bigger, tb_length(old));
-    bail_error(err);
-    tb_free(&sess->gs_input_buffer);
-    sess->gs_input_buffer = bigger;
-    bigger = nullptr;
+    // The block is reallocated in place where the allocator can (a large one usually
+    // is), so a long frame costs no copy per step; the new bytes read as zero, as in
+    // every byte buffer.
+    grown = static_cast<uint8 *>(realloc(in->tb_buf, new_size));
+    bail_null(grown);
+    memset(grown + in->tb_size, 0, gcl_read_buffer_min_free);
+    in->tb_buf = grown;
+    in->tb_size = static_cast<uint32>(new_size);
 
 bail:
-    tb_free(&bigger);
     return err;
 }
 
@@ -1140,7 +1140,6 @@ int gcl_session_read(gcl_session *sess)
         if (free_bytes < gcl_read_buffer_min_free) {
             err = gcl_session_grow_input_buffer(sess);
             bail_error(err);
-            in = sess->gs_input_buffer;
             free_bytes = tb_avail(in) - 1;
         }
         if (free_bytes > gcl_read_max_per_read) {
