@@ -1,7 +1,10 @@
 // One-binding gets over the real management socket, answered by mgmtd-lite from its own
-// database and by the daemon (through mgmtd-lite, for a state node it answers empty),
-// beside a raw Unix-socket ping-pong of the same sizes on the same machine.  Each
-// benchmark reports its requests per second and the latency percentiles.
+// database and by the daemon (through mgmtd-lite: a state node it answers empty, and a
+// port's speed limit, with the daemon logging at level 6 as on a switch and at 7, debug),
+// beside two floors measured in the same run: a raw Unix-socket ping-pong of the same
+// sizes, and the same bytes over two hops (client, relay, server), the shape of a request
+// that mgmtd passes on to the daemon.  Each benchmark reports its requests per second and
+// the latency percentiles; the daemon's get against the two-hop floor is the ratio to read.
 //
 // Runs as root: the daemon's socket directory is fixed, so the programs run in a private
 // mount namespace with their own /vtmp.
@@ -25,6 +28,7 @@
 #include "logging.h"
 #include "mdc_main.h"
 #include "mdc_wrapper.h"
+#include "daemon_rig.h"
 #include "sandbox.h"
 #include "stand_ins.h"
 
@@ -37,10 +41,20 @@ using Clock = std::chrono::steady_clock;
 constexpr size_t kRequestBytes = 134;
 constexpr size_t kResponseBytes = 164;
 
+// The registration and configuration of the daemon in its rig: the bench node, and the
+// limits of the external ports.
+const char kRegistration[] =
+    "client IB Daemon\n"
+    "/ib/state/bench/empty\n"
+    "/ib/state/externalports/*\n"
+    "/ib/state/externalports/*/port_max_speed_limit\n";
+// Device 1, local port 5.
+const char kLimitNode[] = "/ib/state/externalports/69/port_max_speed_limit";
+
 struct World {
     std::string dir;
-    std::unique_ptr<ovd_test::MgmtdLite> lite;
-    ovd_test::Child daemon;
+    std::unique_ptr<ovd_test::SyslogReceiver> syslog;
+    std::unique_ptr<ovd_test::DaemonRig> rig;
     lew_context *lwc = nullptr;
     md_client_context *mcc = nullptr;
     std::string why;
@@ -56,21 +70,23 @@ struct World {
             return false;
         }
         dir = tmpl;
-        std::string config;
-        {
-            const std::string demo = ovd_test::read_file(OVD_DEMO_DIR "/mgmtd-lite.conf");
-            config = demo + "/bench/value uint32 42\n";
-        }
-        ovd_test::write_file(dir + "/db.conf", config);
-        ovd_test::write_file(dir + "/ib.reg", "client IB Daemon\n/ib/state/bench/empty\n");
-        lite = std::make_unique<ovd_test::MgmtdLite>(MGMTD_LITE_BIN, MGMTCTL_BIN, dir, "");
-        if (!lite->start({"--config", dir + "/db.conf", "--registration", dir + "/ib.reg"})) {
-            why = "mgmtd-lite did not start:\n" + lite->log();
+        // A syslog daemon to log to, as on a switch, at the switch's level to begin with.
+        syslog = std::make_unique<ovd_test::SyslogReceiver>();
+        ovd_test::set_kfs_link("sysloglevel", "6");
+        rig = std::make_unique<ovd_test::DaemonRig>(dir);
+        if (!ovd_test::Fabric::available(&why) || !rig->start_fabric(&why)) {
             return false;
         }
-        if (!daemon.start({OVD_BIN}) ||
-            !lite->wait_for_log("event /ib/events/init-done from 'IB Daemon'")) {
-            why = "the daemon did not come up:\n" + lite->log();
+        const std::string config =
+            ovd_test::read_file(OVD_DEMO_DIR "/mgmtd-lite.conf") + "/bench/value uint32 42\n";
+        rig->start(config, kRegistration, "builtin:standalone36");
+        if (!rig->daemon().running() ||
+            rig->lite().log_lines("event /ib/events/init-done from 'IB Daemon'").empty()) {
+            why = "the daemon did not come up:\n" + rig->lite().log();
+            return false;
+        }
+        if (rig->portd({"add-devices", "1"}).code != 0) {
+            why = "the device was not added:\n" + rig->lite().log();
             return false;
         }
         lc_log_init("session_bench", nullptr, LCO_none, 0, LOG_ERR, LOG_LOCAL4, LCT_STDERR);
@@ -97,11 +113,8 @@ struct World {
             mdc_wrapper_deinit(&mcc);
         }
         lew_deinit(&lwc);
-        if (daemon.running()) {
-            daemon.signal(SIGTERM);
-            daemon.wait();
-        }
-        lite.reset();
+        rig.reset();
+        syslog.reset();
         if (!dir.empty()) {
             std::filesystem::remove_all(dir);
         }
@@ -164,6 +177,23 @@ void BM_GetAnsweredByDaemon(benchmark::State &state)
 }
 BENCHMARK(BM_GetAnsweredByDaemon)->UseRealTime()->MinTime(2.0);
 
+// A port's speed limit, answered by the daemon from its tables, with the platform's syslog
+// filter at the level given: 6 as on a production switch, 7 (debug) as without the link.
+void BM_GetLimitAnsweredByDaemon(benchmark::State &state)
+{
+    ovd_test::set_kfs_link("sysloglevel", std::to_string(state.range(0)));
+    // The daemon looks at the link at most once a second, on a log line.
+    std::this_thread::sleep_for(std::chrono::milliseconds(1100));
+    if (g_world != nullptr) {
+        bn_binding *binding = nullptr;
+        mdc_get_binding(g_world->mcc, nullptr, nullptr, false, &binding, kLimitNode, nullptr);
+        bn_binding_free(&binding);
+    }
+    get_loop(state, kLimitNode, true);
+    ovd_test::set_kfs_link("sysloglevel", "6");
+}
+BENCHMARK(BM_GetLimitAnsweredByDaemon)->Arg(6)->Arg(7)->UseRealTime()->MinTime(2.0);
+
 // The floor: the same bytes there and back over a Unix stream socket to another process's
 // worth of work (a thread that reads the request in full and answers it).
 void BM_RawUnixPingPong(benchmark::State &state)
@@ -216,6 +246,70 @@ void BM_RawUnixPingPong(benchmark::State &state)
     report(state, &lat_us);
 }
 BENCHMARK(BM_RawUnixPingPong)->UseRealTime()->MinTime(2.0);
+
+// Reads exactly `want` bytes; false when the peer is gone.
+bool read_full(int fd, char *buf, size_t want)
+{
+    size_t got = 0;
+    while (got < want) {
+        const ssize_t n = read(fd, buf + got, want - got);
+        if (n <= 0) {
+            return false;
+        }
+        got += static_cast<size_t>(n);
+    }
+    return true;
+}
+
+// The two-hop floor: the client's request goes to a relay, which passes it to a server
+// and its answer back, each hop a Unix stream socket and each party its own thread.
+void BM_RawUnixTwoHops(benchmark::State &state)
+{
+    int front[2];
+    int back[2];
+    if (socketpair(AF_UNIX, SOCK_STREAM, 0, front) != 0 ||
+        socketpair(AF_UNIX, SOCK_STREAM, 0, back) != 0) {
+        state.SkipWithError("socketpair");
+        return;
+    }
+    std::thread relay([in = front[1], out = back[0]] {
+        std::vector<char> req(kRequestBytes);
+        std::vector<char> resp(kResponseBytes);
+        while (read_full(in, req.data(), req.size()) &&
+               write(out, req.data(), req.size()) == static_cast<ssize_t>(req.size()) &&
+               read_full(out, resp.data(), resp.size()) &&
+               write(in, resp.data(), resp.size()) == static_cast<ssize_t>(resp.size())) {
+        }
+        close(out);
+    });
+    std::thread server([fd = back[1]] {
+        std::vector<char> req(kRequestBytes);
+        const std::vector<char> resp(kResponseBytes, 'r');
+        while (read_full(fd, req.data(), req.size()) &&
+               write(fd, resp.data(), resp.size()) == static_cast<ssize_t>(resp.size())) {
+        }
+    });
+    const std::vector<char> req(kRequestBytes, 'q');
+    std::vector<char> resp(kResponseBytes);
+    std::vector<double> lat_us;
+    lat_us.reserve(1 << 20);
+    for (auto _ : state) {
+        const auto t0 = Clock::now();
+        if (write(front[0], req.data(), req.size()) != static_cast<ssize_t>(req.size()) ||
+            !read_full(front[0], resp.data(), resp.size())) {
+            state.SkipWithError("two hops");
+            break;
+        }
+        lat_us.push_back(std::chrono::duration<double, std::micro>(Clock::now() - t0).count());
+    }
+    close(front[0]);
+    relay.join();
+    server.join();
+    close(front[1]);
+    close(back[1]);
+    report(state, &lat_us);
+}
+BENCHMARK(BM_RawUnixTwoHops)->UseRealTime()->MinTime(2.0);
 
 }  // namespace
 
