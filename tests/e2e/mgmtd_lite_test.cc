@@ -57,9 +57,11 @@ const char kConfig[] =
 const char kRegistration[] =
     "# owner and nodes\n"
     "client IB Daemon\n"
+    "caps monitor\n"
     "/ib/state/devid/*\n"
     "/ib/state/devid/*/max-hw-cap-speed\n"
-    "/ib/state/externalports/*\n"
+    "caps admin,monitor\n"
+    "/ib/state/externalports/*   unpriv\n"
     "/ib/state/externalports/*/state\n"
     "/ib/state/externalports/*/speed\n"
     "/ib/actions/print-dev\n";
@@ -193,15 +195,23 @@ TEST_F(MgmtdLiteTest, BadConfigurationLinesStopTheStart)
             << read_file(root_ + "/bad.err");
     }
 
-    write_file(root_ + "/ib.reg", "/ib/state/x\nnot a name\n");
-    ovd_test::Child child;
-    ASSERT_TRUE(start_redirected(&child,
-                                 {MGMTD_LITE_BIN, "--sock-root", root_, "--registration",
-                                  root_ + "/ib.reg"},
-                                 root_ + "/bad.out", root_ + "/bad.err"));
-    EXPECT_EQ(2, child.wait(30s));
-    EXPECT_NE(read_file(root_ + "/bad.err").find("ib.reg:2: bad line 'not a name'"),
-              std::string::npos);
+    const std::vector<std::pair<std::string, std::string>> bad_files = {
+        {"/ib/state/x\nnot a name\n", "ib.reg:2: bad line 'not a name'"},
+        {"caps admin,nobody\n/ib/state/x\n", "ib.reg:1: bad capability groups 'admin,nobody'"},
+        {"/ib/state/x admin monitor\n", "ib.reg:1: bad capability groups 'admin monitor'"},
+        {"caps\n", "ib.reg:1: bad capability groups ''"},
+    };
+    for (const auto &one : bad_files) {
+        write_file(root_ + "/ib.reg", one.first);
+        ovd_test::Child child;
+        ASSERT_TRUE(start_redirected(&child,
+                                     {MGMTD_LITE_BIN, "--sock-root", root_, "--registration",
+                                      root_ + "/ib.reg"},
+                                     root_ + "/bad.out", root_ + "/bad.err"));
+        EXPECT_EQ(2, child.wait(30s)) << one.first;
+        EXPECT_NE(read_file(root_ + "/bad.err").find(one.second), std::string::npos)
+            << read_file(root_ + "/bad.err");
+    }
 }
 
 TEST_F(MgmtdLiteTest, BundledDemoFilesLoad)
@@ -437,6 +447,7 @@ struct FakeOwner {
     gcl_handle *gh = nullptr;
     gcl_session *sess = nullptr;
     std::vector<std::string> registrations;  // with a bt_uint32 capability mask
+    std::vector<uint32> cap_masks;
     std::vector<std::string> gets;
     std::vector<std::string> iterates;
 };
@@ -455,7 +466,10 @@ int fake_owner_query(gcl_session *sess, bn_request **inout_request, void *arg)
             bn_type type = bt_NONE;
             EXPECT_EQ(0, bn_binding_get_type(node->brn_binding, ba_cap_mask, &type, nullptr));
             EXPECT_EQ(bt_uint32, type) << name;
+            uint32 mask = 0;
+            EXPECT_EQ(0, bn_binding_get_uint32(node->brn_binding, ba_cap_mask, nullptr, &mask));
             owner->registrations.push_back(name);
+            owner->cap_masks.push_back(mask);
             break;
         }
         case bqso_get: {
@@ -541,14 +555,18 @@ TEST_F(MgmtdLiteOwnerTest, QueriesGoToTheOwnerWithItsRegistrations)
     EXPECT_EQ((std::vector<std::string>{"/ib/state/externalports/*",
                                         "/ib/state/externalports/*/state"}),
               owner_.registrations);
+    // Each with the mask of its groups: a bit per group, in the group table's order.
+    EXPECT_EQ((std::vector<uint32>{1U << 3, (1U << 0) | (1U << 2)}), owner_.cap_masks);
 
     // The owner lists the devices itself: the iterate goes to it as it is.
     owner_.registrations.clear();
+    owner_.cap_masks.clear();
     r = ctl_served({"iterate", "/ib/state/devid"});
     EXPECT_EQ(0, r.code) << r.err;
     EXPECT_EQ(std::vector<std::string>{"/ib/state/devid"}, owner_.iterates);
     EXPECT_EQ((std::vector<std::string>{"/ib/state/devid/*", "/ib/state/devid/*/max-hw-cap-speed"}),
               owner_.registrations);
+    EXPECT_EQ((std::vector<uint32>{1U << 2, 1U << 2}), owner_.cap_masks);
 
     // A port family's instances come from here, their leaves from the owner.
     owner_.gets.clear();

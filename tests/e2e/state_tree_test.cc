@@ -26,6 +26,9 @@ protected:
         if (IsSkipped() || HasFatalFailure()) {
             return;
         }
+        // LIDs assigned, as on a switch in a running subnet.
+        std::string why;
+        ASSERT_TRUE(rig_->fabric().start_sm(&why)) << why;
         ASSERT_NO_FATAL_FAILURE(
             rig_->start(kConfig, ovd_test::read_file(OVD_DEMO_DIR "/ib-state.reg"),
                         "builtin:standalone36"));
@@ -74,7 +77,17 @@ TEST_F(StateTree, DevicesLimitsAndSettledStatusAreAnswered)
     EXPECT_EQ("bool true", settled);
     EXPECT_TRUE(receiver_->wait_for("[ovd.NOTICE]: Timeout waiting for local links to settled. "
                                     "return: [true]"));
-    EXPECT_EQ("string false", get("/ib/state/swid/0/is_initializing"));
+    // Under every root the daemon accepts, whatever the level in between.
+    for (const char *root : {"externalports", "externalports-brief", "externalports-counters",
+                             "externalports-hashed", "cable_info", "internal-spine-ports",
+                             "internal-spine-ports-brief", "internal-leaf-ports",
+                             "internal-leaf-ports-brief", "swid", "devid", "locallinks"}) {
+        const std::string name = std::string("/ib/state/") + root + "/3/is_initializing";
+        EXPECT_EQ("string false", get(name)) << name;
+    }
+    // Outside them nothing answers, and the session stays.
+    EXPECT_EQ("", get("/ib/state/nowhere/3/is_initializing"));
+    EXPECT_EQ("uint8 8", get("/ib/state/externalports/69/port_vl_default"));
 }
 
 TEST_F(StateTree, OddNamesAreRefusedAsTheirLevelSays)

@@ -285,6 +285,19 @@ TEST_F(SwidapiFabricTest, PortCountersMatchPerfqueryAndScaleTheByteCounts)
     EXPECT_EQ("0", get(fabric.perfquery({"1", "35"}), "SymbolErrorCounter"));
     EXPECT_EQ("0", get(probe(&fabric, {"counters", "0", "35"}), "xmit_data_bytes"));
 
+    // Traffic across the port (directed-route queries to the switch behind it) moves the
+    // counters the same for both readers.
+    for (int i = 0; i < 3; ++i) {
+        ASSERT_EQ(0, fabric.smpquery({"-D", "nodeinfo", "0,35"}).status);
+    }
+    ours = probe(&fabric, {"counters", "0", "35"});
+    const FabricResult after = fabric.perfquery({"1", "35"});
+    EXPECT_NE("0", get(ours, "xmit_pkts")) << ours.out;
+    EXPECT_EQ(get(after, "PortXmitPkts"), get(ours, "xmit_pkts")) << after.out;
+    EXPECT_EQ(get(after, "PortRcvPkts"), get(ours, "rcv_pkts")) << after.out;
+    EXPECT_EQ(std::to_string(std::stoull(get(after, "PortXmitData")) * 4),
+              get(ours, "xmit_data_bytes"));
+
     // A node without a LID has no counters to read.
     ours = probe(&fabric, {"counters", "0,4", "1"});
     EXPECT_EQ(std::to_string(77), get(ours, "status")) << ours.out;

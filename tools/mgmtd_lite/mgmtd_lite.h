@@ -88,7 +88,12 @@ int ml_db_apply_set(ml_db *db, const bn_request *req, uint32 *ret_code, std::str
 struct ml_registration {
     std::string mr_owner;                  // client name of the owner
     std::vector<std::string> mr_names;     // registered names, escaped
+    std::vector<uint32> mr_cap_masks;      // capability mask of each name, same order
 };
+
+// The capability mask of a comma-separated list of group names ("admin,monitor"): one bit
+// per group, its place in the group table.  An unknown group is a parse error.
+int ml_cap_mask_from_groups(const std::string &groups, uint32 *ret_mask);
 
 int ml_registration_load_file(ml_registration *reg, const char *path);
 

@@ -591,7 +591,8 @@ int ml_on_query(gcl_session *sess, bn_request **inout_request, void *arg)
         goto bail;
     }
     // The registrations that lie on the asked names' paths.
-    for (const std::string &name : srv->ms_reg.mr_names) {
+    for (size_t slot = 0; slot < srv->ms_reg.mr_names.size(); ++slot) {
+        const std::string &name = srv->ms_reg.mr_names[slot];
         const std::vector<std::string> reg = ml_split_name(name.c_str());
         tbool wanted = false;
         if (!lc_is_prefix(ML_STATE_PREFIX, name.c_str(), false)) {
@@ -605,7 +606,7 @@ int ml_on_query(gcl_session *sess, bn_request **inout_request, void *arg)
         }
         err = bn_binding_new_named(&binding, name.c_str());
         bail_error(err);
-        err = bn_attrib_new_uint32(&cap_mask, ba_cap_mask, 0, 0);
+        err = bn_attrib_new_uint32(&cap_mask, ba_cap_mask, 0, srv->ms_reg.mr_cap_masks[slot]);
         bail_error(err);
         err = bn_binding_set_attrib_takeover(binding, ba_cap_mask, &cap_mask);
         bn_attrib_free(&cap_mask);

@@ -1,11 +1,13 @@
 // Text forms of mgmtd-lite: the log line, bindings as "name=type:value", and the
 // registration file.
+#include <algorithm>
 #include <cerrno>
 #include <cstdarg>
 #include <cstring>
 #include <fstream>
 
 #include "bnode_types.h"
+#include "mdc_remote_reg.h"
 #include "mgmtd_lite.h"
 
 void ml_log_line(const char *format, ...)
@@ -70,12 +72,42 @@ std::string ml_request_bindings_text(const bn_request *req)
     return text;
 }
 
+int ml_cap_mask_from_groups(const std::string &groups, uint32 *ret_mask)
+{
+    int err = 0;
+    uint32 mask = 0;
+    size_t start = 0;
+
+    bail_null(ret_mask);
+    *ret_mask = 0;
+    while (start <= groups.size()) {
+        const size_t comma = std::min(groups.find(',', start), groups.size());
+        const std::string group = groups.substr(start, comma - start);
+        uint32 slot = 0;
+        while (mdc_capability_gid_map[slot].lesm_string != nullptr &&
+               group != mdc_capability_gid_map[slot].lesm_string) {
+            ++slot;
+        }
+        if (mdc_capability_gid_map[slot].lesm_string == nullptr || slot >= 32) {
+            err = lc_err_parse_error;
+            goto bail;
+        }
+        mask |= 1U << slot;
+        start = comma + 1;
+    }
+    *ret_mask = mask;
+
+bail:
+    return err;
+}
+
 int ml_registration_load_file(ml_registration *reg, const char *path)
 {
     int err = 0;
     std::ifstream in;
     std::string line;
     uint32 line_no = 0;
+    uint32 cap_mask = 0;  // of the names that follow a 'caps' line
 
     bail_null(reg);
     bail_null(path);
@@ -94,22 +126,38 @@ int ml_registration_load_file(ml_registration *reg, const char *path)
             continue;
         }
         const std::string text = line.substr(start, end - start + 1);
-        if (text.compare(0, 7, "client ") == 0) {
-            const size_t name_start = text.find_first_not_of(" \t", 7);
-            if (name_start == std::string::npos) {
+        const size_t gap = text.find_first_of(" \t");
+        const std::string word = text.substr(0, gap);
+        const std::string rest =
+            gap == std::string::npos ? "" : text.substr(text.find_first_not_of(" \t", gap));
+        if (word == "client") {
+            if (rest.empty()) {
                 fprintf(stderr, "mgmtd-lite: %s:%u: 'client' wants a client name\n", path,
                         line_no);
                 err = lc_err_parse_error;
                 goto bail;
             }
-            reg->mr_owner = text.substr(name_start);
-        } else if (text[0] == '/' && text.find_first_of(" \t") == std::string::npos &&
-                   text.back() != '/') {
-            reg->mr_names.push_back(text);
+            reg->mr_owner = rest;
+        } else if (word == "caps" || (word[0] == '/' && word.back() != '/')) {
+            uint32 mask = cap_mask;
+            if ((word == "caps" || !rest.empty()) &&
+                (rest.find_first_of(" \t") != std::string::npos ||
+                 ml_cap_mask_from_groups(rest, &mask) != 0)) {
+                fprintf(stderr, "mgmtd-lite: %s:%u: bad capability groups '%s'\n", path,
+                        line_no, rest.c_str());
+                err = lc_err_parse_error;
+                goto bail;
+            }
+            if (word == "caps") {
+                cap_mask = mask;
+            } else {
+                reg->mr_names.push_back(word);
+                reg->mr_cap_masks.push_back(mask);
+            }
         } else {
             fprintf(stderr,
-                    "mgmtd-lite: %s:%u: bad line '%s' (want an absolute node name or "
-                    "'client NAME')\n",
+                    "mgmtd-lite: %s:%u: bad line '%s' (want an absolute node name, "
+                    "'caps GROUP[,GROUP...]' or 'client NAME')\n",
                     path, line_no, text.c_str());
             err = lc_err_parse_error;
             goto bail;
