@@ -1,5 +1,7 @@
 // Text forms of mgmtd-lite: the log line, bindings as "name=type:value", and the
 // registration file.
+#include <unistd.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <cstdarg>
@@ -12,14 +14,43 @@
 
 void ml_log_line(const char *format, ...)
 {
+    // One write a line, so that readers of the log never see half of one and a line costs
+    // one system call on the request path.
+    static const char prefix[] = "mgmtd-lite: ";
+    char small[512];
+    std::string large;
+    char *line = small;
     va_list ap;
+    va_list again;
 
     va_start(ap, format);
-    fputs("mgmtd-lite: ", stderr);
-    vfprintf(stderr, format, ap);
-    fputc('\n', stderr);
-    fflush(stderr);
+    va_copy(again, ap);
+    memcpy(small, prefix, sizeof(prefix) - 1);
+    const size_t room = sizeof(small) - sizeof(prefix);  // the newline's place kept
+    int len = vsnprintf(small + sizeof(prefix) - 1, room, format, ap);
+    if (len < 0) {
+        len = 0;
+    } else if (static_cast<size_t>(len) >= room) {
+        large.assign(sizeof(prefix) - 1 + static_cast<size_t>(len) + 2, '\0');
+        memcpy(large.data(), prefix, sizeof(prefix) - 1);
+        vsnprintf(large.data() + sizeof(prefix) - 1, static_cast<size_t>(len) + 1, format, again);
+        line = large.data();
+    }
+    va_end(again);
     va_end(ap);
+    size_t total = sizeof(prefix) - 1 + static_cast<size_t>(len);
+    line[total++] = '\n';
+    fflush(stderr);
+    for (size_t done = 0; done < total;) {
+        const ssize_t res = write(STDERR_FILENO, line + done, total - done);
+        if (res < 0 && errno == EINTR) {
+            continue;
+        }
+        if (res <= 0) {
+            break;
+        }
+        done += static_cast<size_t>(res);
+    }
 }
 
 std::string ml_binding_to_text(const bn_binding *binding)
