@@ -26,6 +26,7 @@
 
 #include "logging.h"
 #include "sa_counters.h"
+#include "sa_route.h"
 #include "swidapi.h"
 
 namespace {
@@ -38,7 +39,7 @@ void usage()
             "usage: sa-probe [-s SWID] portinfo PATH PORT | nodeinfo PATH | lid PATH |\n"
             "                checkpath PATH | master | sysfs TYPE |\n"
             "                [-d DEV] counters PATH PORT [TIMES] | [-d DEV] extcounters PATH PORT |\n"
-            "                [-d DEV] clear PATH PORT [ext]\n");
+            "                [-d DEV] clear PATH PORT [ext] | route LID | led PATH STATE\n");
     exit(2);
 }
 
@@ -200,6 +201,16 @@ int main(int argc, char **argv)
                                    atoi(argv[argi + 1]), nargs == 3, 0xFFFFFFFFu, &lid);
         print_status(status);
         printf("lid:%u\n", lid);
+    } else if (cmd == "route" && nargs == 1) {
+        const int route = sa_check_lid_route(ctx, static_cast<u_int16_t>(atoi(argv[argi])));
+        printf("route:%d\nroute_text:%s\n", route, lidroute_err2str(route));
+    } else if (cmd == "led" && nargs == 2 && parse_path(argv[argi], &path)) {
+        sa_led_control_t leds = {};
+        const int state = atoi(argv[argi + 1]);
+        memset(leds.data, state * 16 | state, sizeof(leds.data));
+        leds.path = path;
+        status = sa_set_port_led(ctx, &leds);
+        print_status(status);
     } else if (cmd == "master" && nargs == 0) {
         int master_up = -1;
         status = sa_is_master_sm_in_swid(ctx, &master_up, 5000);

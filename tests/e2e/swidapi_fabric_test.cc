@@ -304,3 +304,40 @@ TEST_F(SwidapiFabricTest, PortCountersMatchPerfqueryAndScaleTheByteCounts)
 }
 
 }  // namespace
+
+namespace {
+
+// The walk along the forwarding tables: without a subnet manager the tables hold nothing;
+// with one, LIDs on this switch, one hop and two hops away are reached.
+TEST_F(SwidapiFabricTest, LidRouteFollowsTheForwardingTables)
+{
+    {
+        Fabric fabric;
+        ASSERT_NO_FATAL_FAILURE(start(&fabric));
+        const FabricResult r = probe(&fabric, {"route", "1"});
+        EXPECT_EQ("3", get(r, "route")) << r.out;
+        EXPECT_EQ("LID NOT FOUND AT FORWARDING TABLE, SM DID NOT CONFIGURED IT",
+                  get(r, "route_text"));
+        EXPECT_NE(r.out.find("check_lid_route: lid 1 not set in LFT of"), std::string::npos)
+            << r.out;
+    }
+    Fabric fabric(FabricOptions{.topology = "", .attach = "sw1", .with_sm = true, .sm_node = ""});
+    ASSERT_NO_FATAL_FAILURE(start(&fabric));
+    for (const char *lid : {"1", "2"}) {
+        const FabricResult r = probe(&fabric, {"route", lid});
+        EXPECT_EQ("0", get(r, "route")) << lid << "\n" << r.out;
+        EXPECT_EQ("LID ROUTE OK", get(r, "route_text")) << lid;
+    }
+    // The walk is for switch LIDs: an adapter two hops away has no table to read.
+    const FabricResult hca = probe(&fabric, {"route", "15"});
+    EXPECT_EQ("2", get(hca, "route")) << hca.out;
+    EXPECT_EQ("FAILED TO BRING FORWARDING TABLE", get(hca, "route_text"));
+    // A LID nobody has: the table's entry is empty.
+    EXPECT_EQ("3", get(probe(&fabric, {"route", "700"}), "route"));
+
+    // The LED datagram goes out by the switch's LID.
+    const FabricResult led = probe(&fabric, {"led", "0", "1"});
+    EXPECT_EQ("0", get(led, "status")) << led.out;
+}
+
+}  // namespace

@@ -376,22 +376,6 @@ bail:
     return err;
 }
 
-const char *lidroute_err2str(int code)
-{
-    static const char *const texts[] = {
-        "LID ROUTE OK",
-        "BROKEN LID ROUTE",
-        "FAILED TO BRING FORWARDING TABLE",
-        "LID NOT FOUND AT FORWARDING TABLE, SM DID NOT CONFIGURED IT",
-        "ROUTE TO LID TO LONG, PASS MAX HOPS",
-        "ROUTE IS BROKEN DUE TO PORT DOWN",
-    };
-    if (code >= 0 && code < static_cast<int>(sizeof(texts) / sizeof(texts[0]))) {
-        return texts[code];
-    }
-    return "UNKNOWN";
-}
-
 void ovd_exit_tail(int err)
 {
     // Safe on tables that are already gone.

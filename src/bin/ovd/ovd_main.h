@@ -73,5 +73,3 @@ int ovd_initiate_exit(void);
 // the process with it.
 [[noreturn]] void ovd_exit_tail(int err);
 
-// Text of a LID-route check result (the hardware layer's own codes: sysapi_err2str).
-const char *lidroute_err2str(int code);
