@@ -103,10 +103,12 @@ TEST_F(StateTree, OddNamesAreRefusedAsTheirLevelSays)
     EXPECT_EQ("", get("/ib/state/externalports/4000/port_vl_limit"));
     EXPECT_TRUE(receiver_->wait_for("Get handler for '/ib/state/externalports/4000/port_vl_limit'"));
 
-    // Attributes whose producers aren't there yet are unknown nodes.
+    // A port that was never enabled has no live attributes.
     EXPECT_EQ("", get("/ib/state/externalports/69/speed"));
+    // Live attributes of the internal family aren't served yet: unknown nodes.
+    EXPECT_EQ("", get("/ib/state/internal-leaf-ports/69/speed"));
     EXPECT_TRUE(receiver_->wait_for("ovd_mon_handle_get: Unknown node "
-                                    "'/ib/state/externalports/69/speed'"));
+                                    "'/ib/state/internal-leaf-ports/69/speed'"));
     // A SWID of 8, device 217, a name with too few parts: nothing, and the session stays.
     EXPECT_EQ("", get("/ib/state/swid/8/my_lid"));
     EXPECT_TRUE(receiver_->wait_for("The swid value at node_name: /ib/state/swid/8/my_lid must "

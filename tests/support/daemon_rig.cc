@@ -1,7 +1,9 @@
 #include "daemon_rig.h"
 
 #include <gtest/gtest.h>
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <csignal>
 #include <filesystem>
@@ -79,9 +81,19 @@ void DaemonRig::start(const std::string &db_config, const std::string &registrat
     ASSERT_TRUE(lite_->start(args)) << lite_->log();
     mkdir("/var/opt/vqdreg", 0755);
     journal_ = dir_ + "/journal.log";
-    write_file("/var/opt/vqdreg/vqdreg.conf", "model " + model + "\njournal " + journal_ +
-                                                  "\ncontrol " + dir_ + "/control\n");
-    const std::vector<std::string> env = fabric_->client_env_preloaded({OVD_UMAD_BRIDGE});
+    std::string platform = "model " + model + "\njournal " + journal_ + "\ncontrol " + dir_ +
+                           "/control\n";
+    if (model == "builtin:standalone36") {
+        // The standalone switch is the fabric's sw1: its links follow PAOS.
+        platform += "fabric " + fabric_->dir() + "/ctl.fifo 1=sw1\n";
+    }
+    write_file("/var/opt/vqdreg/vqdreg.conf", platform);
+    clock_ = dir_ + "/clock";
+    clock_offset_ms_ = 0;
+    write_file(clock_, std::string(sizeof(int64_t), '\0'));
+    std::vector<std::string> env =
+        fabric_->client_env_preloaded({OVD_TEST_CLOCK_LIB, OVD_UMAD_BRIDGE});
+    env.push_back("OVD_TEST_CLOCK_FILE=" + clock_);
     ASSERT_TRUE(
         daemon_.start({"/bin/sh", "-c", "cd '" + fabric_->dir() + "' && exec " OVD_BIN}, env));
     ASSERT_TRUE(lite_->wait_for_log("event /ib/events/init-done from 'IB Daemon'"))
@@ -97,6 +109,16 @@ void DaemonRig::stop()
     lite_.reset();
     fabric_.reset();
     std::filesystem::remove_all("/var/opt/vqdreg");
+}
+
+void DaemonRig::shift_clock(long long ms)
+{
+    clock_offset_ms_ += ms;
+    const int64_t offset = clock_offset_ms_;
+    const int fd = open(clock_.c_str(), O_WRONLY);
+    ASSERT_GE(fd, 0) << clock_;
+    EXPECT_EQ(static_cast<ssize_t>(sizeof(offset)), pwrite(fd, &offset, sizeof(offset), 0));
+    close(fd);
 }
 
 void DaemonRig::poke(const std::string &statements)

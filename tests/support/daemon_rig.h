@@ -61,6 +61,10 @@ public:
     // access: model port statements, one a line ("port 1 5 admin_mtu=2048").
     void poke(const std::string &statements);
 
+    // Moves the daemon's monotonic clock (its uptime, its timers) forward by `ms`: the
+    // daemon runs with a preloaded clock that reads its offset from a file of the rig.
+    void shift_clock(long long ms);
+
     // The port manager's stand-in, run to its end.
     CtlResult portd(const std::vector<std::string> &args);
     // The register accesses after the first `from` lines of the journal.
@@ -69,6 +73,8 @@ public:
 private:
     std::string dir_;
     std::string journal_;
+    std::string clock_;
+    long long clock_offset_ms_ = 0;
     std::unique_ptr<MgmtdLite> lite_;
     std::unique_ptr<Fabric> fabric_;
     Child daemon_;

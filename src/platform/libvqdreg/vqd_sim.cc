@@ -3,6 +3,7 @@
 #include "vqd_sim.h"
 
 #include <arpa/inet.h>
+#include <fcntl.h>
 #include <stdarg.h>
 #include <stdio.h>
 #include <string.h>
@@ -118,6 +119,10 @@ struct State {
     std::deque<Fault> faults;
     FILE *journal_file = nullptr;
     std::string control_path;  // statements that change the model behind the client's back
+    // The simulated fabric the devices are part of: its console, and the node name of
+    // each device in it.  Empty when the switch stands alone.
+    std::string fabric_console;
+    std::map<unsigned, std::string> fabric_nodes;
 };
 
 State &state()
@@ -769,6 +774,29 @@ vqd_status_t do_pvlc(Device &d, vqd_access_cmd_t cmd, const vqd_reg_meta_t &, ku
     return VQD_STATUS_SUCCESS;
 }
 
+// Tells the simulated fabric that a port's link went down or came back, as the link of a
+// real switch follows its administrative state: the console's Unlink and ReLink of the
+// device's node at the port's InfiniBand number.
+void mirror_admin_to_fabric(const Device &d, const Port &p, bool up)
+{
+    State &s = state();
+    const auto node = s.fabric_nodes.find(d.id);
+    if (s.fabric_console.empty() || node == s.fabric_nodes.end() || p.ib_port == 0) {
+        return;
+    }
+    const std::string line = std::string(up ? "ReLink" : "Unlink") + " \"" + node->second +
+                             "\"[" + std::to_string(p.ib_port) + "]\n";
+    const int fd = open(s.fabric_console.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
+    if (fd < 0) {
+        sim_log(VQ_LOG_SEVERITY_WARNING, "fabric console %s: %s", s.fabric_console.c_str(), strerror(errno));
+        return;
+    }
+    if (write(fd, line.data(), line.size()) != static_cast<ssize_t>(line.size())) {
+        sim_log(VQ_LOG_SEVERITY_WARNING, "fabric console %s: short write", s.fabric_console.c_str());
+    }
+    close(fd);
+}
+
 vqd_status_t do_paos(Device &d, vqd_access_cmd_t cmd, const vqd_reg_meta_t &, ku_paos_reg *r)
 {
     Port *p = nullptr;
@@ -779,7 +807,12 @@ vqd_status_t do_paos(Device &d, vqd_access_cmd_t cmd, const vqd_reg_meta_t &, ku
             if (r->admin_status < VQD_PORT_ADMIN_STATUS_UP || r->admin_status > VQD_PORT_ADMIN_STATUS_UP_ONCE) {
                 return VQD_STATUS_PARAM_ERROR;
             }
+            const bool was_up = p->admin_status != VQD_PORT_ADMIN_STATUS_DOWN_BY_CONF;
             p->admin_status = r->admin_status;
+            const bool is_up = p->admin_status != VQD_PORT_ADMIN_STATUS_DOWN_BY_CONF;
+            if (was_up != is_up) {
+                mirror_admin_to_fabric(d, *p, is_up);
+            }
         }
         if (r->ee) {
             p->e = r->e;
@@ -1027,6 +1060,31 @@ vqd_status_t access_one(const char *reg, int raw_cmd, unsigned dev, unsigned swi
 // Applies what was dropped into the control file, if anything, and removes the file: one
 // port statement of the model a line ("port DEV FIRST[-LAST] attr=value ..."), on ports
 // that exist.  A line that doesn't apply is logged and skipped.  The caller holds the lock.
+bool parse_status(const std::string &text, vqd_status_t *ret);
+
+// "fault REG DEV KEY|* COUNT STATUS".
+bool parse_fault(const std::vector<std::string> &tok, Fault *f, std::string *why)
+{
+    uint64_t dev = 0, count = 0, key = 0;
+    f->reg = upper(tok[1]);
+    if (!parse_num(tok[2], &dev) || !parse_num(tok[4], &count) ||
+        !parse_status(tok[5], &f->status)) {
+        *why = "bad fault";
+        return false;
+    }
+    if (tok[3] == "*") {
+        f->key = -1;
+    } else if (parse_num(tok[3], &key)) {
+        f->key = static_cast<int>(key);
+    } else {
+        *why = "bad fault key";
+        return false;
+    }
+    f->dev = static_cast<unsigned>(dev);
+    f->count = static_cast<unsigned>(count);
+    return true;
+}
+
 void poll_control(State &s)
 {
     if (s.control_path.empty()) {
@@ -1045,6 +1103,16 @@ void poll_control(State &s)
     for (std::string line; std::getline(lines, line);) {
         std::string why;
         if (!tokenize(line, &tok, &why) || tok.empty()) {
+            continue;
+        }
+        if (tok[0] == "fault" && tok.size() == 6) {
+            Fault f;
+            const bool ok = parse_fault(tok, &f, &why);
+            if (ok && f.count) {
+                s.faults.push_back(f);
+            }
+            sim_log(ok ? VQ_LOG_SEVERITY_NOTICE : VQ_LOG_SEVERITY_WARNING, "control: %s%s",
+                    ok ? "" : "not applied: ", line.c_str());
             continue;
         }
         uint64_t dev = 0;
@@ -1131,6 +1199,8 @@ bool apply_config(State &s, const std::string &text, std::string *why)
     bool have_model = false;
     std::string journal_path;
     std::string control_path;
+    std::string fabric_console;
+    std::map<unsigned, std::string> fabric_nodes;
     std::deque<Fault> faults;
     std::istringstream in(text);
     std::string line;
@@ -1166,23 +1236,23 @@ bool apply_config(State &s, const std::string &text, std::string *why)
             journal_path = tok[1];
         } else if (tok[0] == "control" && tok.size() == 2) {
             control_path = tok[1];
+        } else if (tok[0] == "fabric" && tok.size() >= 3) {
+            fabric_console = tok[1];
+            for (size_t i = 2; i < tok.size(); ++i) {
+                const size_t eq = tok[i].find('=');
+                uint64_t dev = 0;
+                if (eq == std::string::npos || !parse_num(tok[i].substr(0, eq), &dev) ||
+                    eq + 1 == tok[i].size()) {
+                    return fail("bad fabric node '" + tok[i] + "' (want DEV=NODE)");
+                }
+                fabric_nodes[static_cast<unsigned>(dev)] = tok[i].substr(eq + 1);
+            }
         } else if (tok[0] == "fault" && tok.size() == 6) {
             Fault f;
-            uint64_t dev = 0, count = 0, key = 0;
-            f.reg = upper(tok[1]);
-            if (!parse_num(tok[2], &dev) || !parse_num(tok[4], &count) ||
-                !parse_status(tok[5], &f.status)) {
-                return fail("bad fault");
+            std::string fault_why;
+            if (!parse_fault(tok, &f, &fault_why)) {
+                return fail(fault_why);
             }
-            if (tok[3] == "*") {
-                f.key = -1;
-            } else if (parse_num(tok[3], &key)) {
-                f.key = static_cast<int>(key);
-            } else {
-                return fail("bad fault key");
-            }
-            f.dev = static_cast<unsigned>(dev);
-            f.count = static_cast<unsigned>(count);
             if (f.count) faults.push_back(f);
         } else {
             return fail("unknown setting '" + tok[0] + "'");
@@ -1201,6 +1271,8 @@ bool apply_config(State &s, const std::string &text, std::string *why)
     s.devices = std::move(devs);
     s.faults = std::move(faults);
     s.control_path = control_path;
+    s.fabric_console = fabric_console;
+    s.fabric_nodes = std::move(fabric_nodes);
     s.journal.clear();
     return true;
 }

@@ -16,7 +16,12 @@
 //                                      file change the model behind the client's back,
 //                                      and the file is removed: "port DEV FIRST[-LAST]
 //                                      attr=value ..." as in the model, on ports that
-//                                      exist (write it elsewhere and rename it there)
+//                                      exist (write it elsewhere and rename it there);
+//                                      "fault" statements as below are taken there too
+//     fabric /path/console 1=sw1       the devices are nodes of a simulated fabric, whose
+//                                      console is that FIFO: a PAOS write that takes a
+//                                      port of device 1 down or up unlinks or relinks
+//                                      node "sw1" at the port's InfiniBand number
 //     fault PTYS 1 5 2 16              fail the next 2 PTYS accesses of device 1,
 //                                      key 5 ("*" for any key) with status 16
 //                                      (a status from 1 to 31)
