@@ -342,6 +342,7 @@ std::vector<golden_case> golden_cases()
         r.SpecCompliance7 = 0x07;
         r.LengthSMFiber = 0x0a;
         r.LengthOM3 = 0x0b;
+        r.LengthOM2 = 0x0d;
         r.LengthOM1 = 0x0c;
         r.LengthCopperOrActive = 0x05;
         r.DeviceTech = 0xa0;
@@ -351,7 +352,7 @@ std::vector<golden_case> golden_cases()
         cases.push_back(GOLDEN(CableInfo_Payload_Addr_128_167, r,
                                image(40, {{0, {0x11, 0x00, 0x23, 0x80}},
                                           {10, {0x07}},
-                                          {14, {0x0a, 0x0b, 0x00, 0x0c, 0x05, 0xa0}},
+                                          {14, {0x0a, 0x0b, 0x0d, 0x0c, 0x05, 0xa0}},
                                           {20, text("VENDOR-X", 16)},
                                           {36, {0x1f, 0x02, 0xa1, 0xb2}}})));
     }
