@@ -369,7 +369,7 @@ bail:
 // Sends a request and waits for its answer.  An error answer is told on stderr (and as
 // JSON on stdout) and gives *ret_exit mc_exit_answered_error.
 int mc_send_wait(mc_client *client, const mc_options &opts, bn_request *req,
-                 bn_binding_array **ret_bindings, int *ret_exit)
+                 bn_binding_array **ret_bindings, int *ret_exit, std::string *ret_msg = nullptr)
 {
     int err = 0;
     uint32 code = 0;
@@ -396,6 +396,9 @@ int mc_send_wait(mc_client *client, const mc_options &opts, bn_request *req,
         }
         fprintf(stderr, "mgmtctl: mgmtd answered code %u: %s\n", code, ts_str_maybe_empty(msg));
         *ret_exit = mc_exit_answered_error;
+    }
+    if (ret_msg != nullptr) {
+        *ret_msg = ts_str_maybe_empty(msg);
     }
 
 bail:
@@ -508,6 +511,7 @@ int mc_cmd_message(mc_client *client, const mc_options &opts, tbool is_event,
     bn_request *req = nullptr;
     bn_binding *binding = nullptr;
     bn_binding_array *bindings = nullptr;
+    std::string message;
 
     err = is_event ? bn_event_request_msg_create(&req, name.c_str())
                    : bn_action_request_msg_create(&req, name.c_str());
@@ -519,11 +523,17 @@ int mc_cmd_message(mc_client *client, const mc_options &opts, tbool is_event,
                        : bn_action_request_msg_append_binding_takeover(req, 0, &binding, nullptr);
         bail_error(err);
     }
-    err = mc_send_wait(client, opts, req, &bindings, ret_exit);
+    err = mc_send_wait(client, opts, req, &bindings, ret_exit, &message);
     bail_error_quiet(err);
+    // A successful answer's message (an action's "Success ..." line) is shown too.
+    if (*ret_exit == mc_exit_ok && !message.empty() && !opts.mo_json) {
+        printf("%s\n", message.c_str());
+    }
     if (*ret_exit == mc_exit_ok &&
         (opts.mo_json || bn_binding_array_length_quick(bindings) > 0)) {
-        mc_print_bindings(opts, bindings, "\"code\":0,");
+        mc_print_bindings(opts, bindings,
+                          "\"code\":0," + (message.empty() ? std::string()
+                                                            : "\"message\":" + mc_json_string(message) + ","));
     }
 
 bail:

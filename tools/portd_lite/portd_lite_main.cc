@@ -13,6 +13,11 @@
 //   boot                     what the port manager does at start: every device of the
 //                            model added, then all its ports enabled
 //   route-update FILE        announce the direct routes of a route file
+//   publish-map [DEVID...]   publish the panel map of the devices' external ports (all
+//                            devices, or those named) under
+//                            /portd/state/map/cable-externalports/switch/
+//                            infiniband-default/<panel index>/ifindex, panel index being
+//                            the label less one; boot publishes it too
 //   show [DEVID...]          print the bindings add-devices would send, without sending
 //   gen-chassis SPINE_SLOTS LEAF_SLOTS [CHIPS [PORTS]]
 //                            print a full chassis model for the system type
@@ -105,6 +110,7 @@ void pl_usage(FILE *out)
             "  validate DEVID...\n"
             "  boot\n"
             "  route-update FILE\n"
+            "  publish-map [DEVID...]\n"
             "  show [DEVID...]\n"
             "  gen-chassis SPINE_SLOTS LEAF_SLOTS [CHIPS [PORTS]]\n");
 }
@@ -229,6 +235,8 @@ int pl_connect(pl_client *client, const pl_options &opts)
     bail_error(err);
     err = bn_set_session_callback_event_response_msg(client->pc_sess, pl_on_response, client);
     bail_error(err);
+    err = bn_set_session_callback_set_response_msg(client->pc_sess, pl_on_response, client);
+    bail_error(err);
     err = bn_set_session_callback_event_request_msg(client->pc_sess, pl_on_event, client);
     bail_error(err);
     err = bn_set_session_callback_query_request_msg(client->pc_sess, pl_on_unanswered, client);
@@ -346,6 +354,41 @@ int pl_send_event(pl_client *client, const pl_options &opts, const char *name,
 
 bail:
     bn_binding_array_free(&array);
+    bn_request_msg_free(&req);
+    return err;
+}
+
+// The panel map of the external ports: a set of one uint32 node per port.
+int pl_cmd_publish_map(pl_client *client, const pl_options &opts, const pl_model &model,
+                       const std::vector<uint32> &dev_ids)
+{
+    int err = 0;
+    bn_request *req = nullptr;
+    uint32 count = 0;
+
+    err = bn_set_request_msg_create(&req, 0);
+    bail_error(err);
+    for (uint32 dev_id : dev_ids) {
+        for (const auto &entry : model.pm_devices.at(dev_id).pd_ports) {
+            const pl_port &port = entry.second;
+            if (!port.pp_has_module || port.pp_local >= pl_first_virtual_port) {
+                continue;
+            }
+            const std::string name = "/portd/state/map/cable-externalports/switch/"
+                                     "infiniband-default/" +
+                                     std::to_string(port.pp_local - 1) + "/ifindex";
+            const std::string value = std::to_string(pl_ifindex(dev_id, port.pp_local));
+            err = bn_set_request_msg_append_new_binding(req, bsso_modify, 0, name.c_str(),
+                                                        bt_uint32, 0, value.c_str(), nullptr);
+            bail_error(err);
+            ++count;
+        }
+    }
+    err = pl_send_wait(client, opts, req);
+    bail_error_quiet(err);
+    printf("panel map: %u ports published\n", count);
+
+bail:
     bn_request_msg_free(&req);
     return err;
 }
@@ -721,7 +764,8 @@ int main(int argc, char **argv)
             }
             dev_ids.push_back(num);
         }
-    } else if (command == "add-devices" || command == "show" || command == "boot") {
+    } else if (command == "add-devices" || command == "show" || command == "boot" ||
+               command == "publish-map") {
         if (pl_model_load(opts.po_model, &model, &why) != 0) {
             fprintf(stderr, "portd-lite: %s\n", why.c_str());
             return pl_exit_usage;
@@ -767,12 +811,17 @@ int main(int argc, char **argv)
     } else if (err == 0 && (command == "enable" || command == "disable")) {
         err = pl_cmd_ports(&client, opts, model, command == "enable", dev_ids[0],
                            std::vector<uint32>(dev_ids.begin() + 1, dev_ids.end()), &status);
+    } else if (err == 0 && command == "publish-map") {
+        err = pl_cmd_publish_map(&client, opts, model, dev_ids);
     } else if (err == 0 && command == "validate") {
         err = pl_cmd_validate(&client, opts, dev_ids, &status);
     } else if (err == 0 && command == "boot") {
         err = pl_cmd_add_devices(&client, opts, model, dev_ids, &status);
         for (size_t k = 0; err == 0 && k < dev_ids.size(); ++k) {
             err = pl_cmd_ports(&client, opts, model, true, dev_ids[k], {}, &status);
+        }
+        if (err == 0) {
+            err = pl_cmd_publish_map(&client, opts, model, dev_ids);
         }
     } else if (err == 0) {
         err = pl_send_event(&client, opts, pl_event_route_update, bindings);

@@ -8,6 +8,7 @@
 #include "mdc_main.h"
 #include "mdc_misc.h"
 #include "mdc_remote_reg.h"
+#include "ovd_actions.h"
 #include "ovd_config.h"
 #include "ovd_device_add.h"
 #include "ovd_direct_routes.h"
@@ -111,9 +112,32 @@ bail:
     return err;
 }
 
+namespace {
+
+// The actions by name, in the order they are compared; a null handler is an action that is
+// accepted and dropped.
+struct ovd_action_entry {
+    const char *name;
+    ovd_action_handler handler;
+};
+
+const ovd_action_entry ovd_action_table[] = {
+    {"/ib/actions/reset-port-counters", handle_reset_port_counters_action},
+    {"/ib/actions/print-dr", handle_direct_route_print_action},
+    {"/ib/actions/install-max-ports-speed", nullptr},
+    {"/ib/actions/print-if", handle_ifindexs_hash_table_print_action},
+    {"/ib/actions/print-file", handle_maxportspeed_hash_table_print_action},
+    {"/ib/actions/print-dev", handle_device_info_table_print_action},
+    {"/ib/actions/print-config", handle_device_ifindex_to_config_print_action},
+    {"/ib/actions/print-ekey", handle_ekey_table_print_action},
+    {"/ib/actions/led-test-port", handle_led_test_port_action},
+    {"/ib/actions/print-virtual-if", handle_virtual_ifindexs_hash_table_print_action},
+};
+
+}  // namespace
+
 int ovd_handle_action_request(gcl_session *sess, bn_request **inout_request, void *arg)
 {
-    (void)sess;
     (void)arg;
     int err = 0;
     bn_msg_type req_type = bbmt_none;
@@ -133,9 +157,16 @@ int ovd_handle_action_request(gcl_session *sess, bn_request **inout_request, voi
     name = ts_str(action_name);
     lc_log_basic(LOG_INFO, "Received action %s", name);
 
-    // Accepted and dropped: nobody answers it.  The counter, table-print and LED actions
-    // join here with their handlers.
-    if (strcmp(name, "/ib/actions/install-max-ports-speed") == 0) {
+    for (const auto &entry : ovd_action_table) {
+        if (strcmp(name, entry.name) != 0) {
+            continue;
+        }
+        if (entry.handler == nullptr) {
+            // Accepted and dropped: nobody answers it.
+            goto bail;
+        }
+        err = entry.handler(sess, bindings, *inout_request);
+        bail_error(err);
         goto bail;
     }
     lc_log_source(LOG_WARNING, "Got unexpected action %s", name);
