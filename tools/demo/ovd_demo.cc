@@ -9,8 +9,9 @@
 //
 //   ovd-demo [--script FILE] [--config FILE] [--registration FILE] [--model FILE] [--stay]
 //
-// Script lines: "# text" is printed as a heading; "! PROGRAM ARGS..." runs a stand-in
-// program from the build (by its target name); "% STATEMENT" changes the simulated switch
+// Script lines: "# text" is printed as a heading; "pause SECONDS" waits; "! PROGRAM ARGS..."
+// runs a stand-in program from the build (by its target name); "% STATEMENT" changes the
+// simulated switch
 // behind the daemon's back (a port statement of the register model, applied before the
 // daemon's next register access); anything else is a mgmtctl command line.
 // Runs as root.
@@ -175,12 +176,16 @@ int main(int argc, char **argv)
         LogPrinter log(&receiver);
         ovd_test::MgmtdLite lite(MGMTD_LITE_BIN, MGMTCTL_BIN, dir, "");
         ovd_test::Child daemon;
-        ovd_test::Fabric fabric;
+        // A subnet manager assigns the LIDs that counter queries travel by.
+        ovd_test::Fabric fabric(ovd_test::FabricOptions{.topology = "", .attach = "sw1",
+                                                        .with_sm = true, .sm_node = ""});
+        bool have_fabric = false;
         std::vector<std::string> daemon_argv = {OVD_BIN};
         std::vector<std::string> daemon_env;
 
         if (ovd_test::Fabric::available(&why) && fabric.start(&why)) {
-            printf("== simulated fabric in %s\n", fabric.dir().c_str());
+            have_fabric = true;
+            printf("== simulated fabric in %s, with a subnet manager\n", fabric.dir().c_str());
             daemon_env = fabric.client_env_preloaded({OVD_UMAD_BRIDGE});
             daemon_argv = {"/bin/sh", "-c", "cd '" + fabric.dir() + "' && exec " OVD_BIN};
         } else {
@@ -190,9 +195,13 @@ int main(int argc, char **argv)
         const std::string journal = dir + "/registers.journal";
         const std::string control = dir + "/registers.control";
         std::filesystem::create_directories("/var/opt/vqdreg");
-        ovd_test::write_file("/var/opt/vqdreg/vqdreg.conf",
-                             "model " + model + "\njournal " + journal + "\ncontrol " +
-                                 control + "\n");
+        std::string platform =
+            "model " + model + "\njournal " + journal + "\ncontrol " + control + "\n";
+        if (have_fabric && model == "builtin:standalone36") {
+            // The standalone switch is the fabric's sw1: its links follow its PAOS writes.
+            platform += "fabric " + fabric.dir() + "/ctl.fifo 1=sw1\n";
+        }
+        ovd_test::write_file("/var/opt/vqdreg/vqdreg.conf", platform);
         JournalPrinter registers(journal);
         printf("== register stand-in: model %s\n", model.c_str());
 
@@ -229,6 +238,15 @@ int main(int argc, char **argv)
                 printf("%% (the switch, behind the daemon's back) %s\n", statement.c_str());
                 ovd_test::write_file(control + ".new", statement + "\n");
                 std::filesystem::rename(control + ".new", control);
+                continue;
+            }
+            if (line.rfind("pause ", 0) == 0) {
+                // Time for the daemon's next five-second interval, or for a timer.
+                const double seconds = atof(line.c_str() + 6);
+                printf("(%s seconds pass)\n", line.substr(6).c_str());
+                fflush(stdout);
+                std::this_thread::sleep_for(std::chrono::duration<double>(seconds));
+                log.flush(100ms);
                 continue;
             }
             std::vector<std::string> words = split_words(line);
