@@ -305,7 +305,15 @@ std::vector<HostileRow> hostile_rows()
         {"an event named like a known one, climbing",
          {"event", "/portd/events/../events/ib-device-add", "dev_id=uint32:1"}},
         {"a device removal with junk",
-         {"event", "/portd/events/device-remove", "dev_id=uint32:4294967295"}},
+         {"event", "/portd/events/device-remove", "dev_id=uint32:4294967295"}, {},
+         "Got device ID 4294967295 which exceeds maximum device ID 216"},
+        {"a device removal without a device", {"event", "/portd/events/device-remove"}, {},
+         "Send remove device 0 done event to portd"},
+        {"a device removal naming the device in text",
+         {"event", "/portd/events/device-remove", "dev_id=string:1"}},
+        {"a device removal of a device never added",
+         {"event", "/portd/events/device-remove", "dev_id=uint32:9"}, {},
+         "Try to remove device ID 9 which wasn't added before to OVD"},
     };
 }
 

@@ -14,6 +14,7 @@
 #include "ovd_direct_routes.h"
 #include "ovd_main.h"
 #include "ovd_port_enable.h"
+#include "ovd_port_removal.h"
 #include "ovd_ports_cache.h"
 #include "ovd_state_tree.h"
 #include "ovd_validate.h"
@@ -199,8 +200,8 @@ int ovd_handle_event_request(gcl_session *sess, bn_request **inout_request, void
     name = ts_str(event_name);
     lc_log_basic(LOG_NOTICE, "Received event: %s", name);
 
-    // In the order of the interest declarations.  The removal, burn and blade events join
-    // here with their flows.
+    // In the order of the interest declarations.  The burn and blade events join here
+    // with their flows.
     if (strcmp(name, mdc_event_dbchange) == 0) {
         err = ovd_handle_dbchange_event(event_name, bindings);
         bail_error(err);
@@ -210,6 +211,9 @@ int ovd_handle_event_request(gcl_session *sess, bn_request **inout_request, void
     } else if (strcmp(name, "/topod/events/ib-direct-route-update") == 0) {
         lc_log_basic(LOG_NOTICE, "Received direct route update event\n");
         err = ovd_handle_update_direct_route_event(bindings);
+        bail_error(err);
+    } else if (strcmp(name, "/portd/events/device-remove") == 0) {
+        err = ovd_handle_remove_device_event(bindings);
         bail_error(err);
     } else if (strcmp(name, "/portd/events/port-enable") == 0) {
         err = ovd_handle_device_port_enable_event(bindings);

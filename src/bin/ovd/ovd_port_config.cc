@@ -2,6 +2,7 @@
 #include "ovd_port_config.h"
 
 #include "logging.h"
+#include "ovd_port_removal.h"
 
 namespace {
 
@@ -19,24 +20,21 @@ int handle_deleted_port_config(const tstring *ifindex, tbool port_exists, tbool 
     int err = 0;
     uint8 new_vl = OVD_CONFIG_NOT_SET;
     uint8 new_configured_state = OVD_CONFIG_NOT_SET;
+    tbool configured_state = false;
     tbool found = false;
     void *value = nullptr;
     port_config_parameters_t *port_config = nullptr;
 
-    (void)enable_port;
-    (void)disable_port;
     bail_null(ifindex);
 
     if (port_exists) {
         bail_null(port_info);
-        // The hardware side of the reset joins here with the port deletion flow:
-        //     err = handleIbPortDeletion(port_info, &new_vl, &new_configured_state,
-        //                                enable_port, disable_port);
-        //     bail_error(err);
-        // It writes the port's default attributes, leaves the port up or down as
-        // enable_port and disable_port say, and gives the default VL and the port's
-        // state back for the record below.  Until it is there the record gets both as
-        // not set.
+        // The hardware gets the port's defaults; the record below the default VL and the
+        // state the port was left at.
+        err = handleIbPortDeletion(port_info, &new_vl, &configured_state, enable_port,
+                                   disable_port);
+        bail_error(err);
+        new_configured_state = configured_state ? 1 : 0;
     }
 
     if (config_exists) {
