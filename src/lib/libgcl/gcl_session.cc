@@ -12,6 +12,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
@@ -148,6 +149,38 @@ gcl_session_locker::~gcl_session_locker()
     }
 }
 
+namespace {
+
+// Descriptors whose last write could not take all it was given: only these are asked
+// whether they are writable before the next write.  A socket that took everything so far
+// is written at once; should it be full after all, the write says so (it never blocks)
+// and the descriptor is marked.  A bit per descriptor number below the session limit.
+constexpr int gcl_lf_max_tracked_fd = 131072;
+std::atomic<uint64_t> gcl_lf_write_stalled[gcl_lf_max_tracked_fd / 64];
+
+bool gcl_lf_is_stalled(int fd)
+{
+    if (fd < 0 || fd >= gcl_lf_max_tracked_fd) {
+        return true;
+    }
+    return (gcl_lf_write_stalled[fd / 64].load(std::memory_order_relaxed) >> (fd % 64) & 1) != 0;
+}
+
+void gcl_lf_mark_stalled(int fd, bool stalled)
+{
+    if (fd < 0 || fd >= gcl_lf_max_tracked_fd) {
+        return;
+    }
+    const uint64_t bit = uint64_t{1} << (fd % 64);
+    if (stalled) {
+        gcl_lf_write_stalled[fd / 64].fetch_or(bit, std::memory_order_relaxed);
+    } else if (gcl_lf_is_stalled(fd)) {
+        gcl_lf_write_stalled[fd / 64].fetch_and(~bit, std::memory_order_relaxed);
+    }
+}
+
+}  // namespace
+
 int gcl_lf_is_writable(int fd, tbool *ret_writable)
 {
     int err = 0;
@@ -156,6 +189,10 @@ int gcl_lf_is_writable(int fd, tbool *ret_writable)
 
     bail_null(ret_writable);
     *ret_writable = false;
+    if (!gcl_lf_is_stalled(fd)) {
+        *ret_writable = true;
+        goto bail;
+    }
     do {
         res = poll(&pfd, 1, 0);
     } while (res < 0 && errno == EINTR);
@@ -177,8 +214,10 @@ int gcl_lf_write_bytes(int fd, const uint8 *buf, uint32 count, uint32 *ret_writt
     bail_null(ret_written);
     *ret_written = 0;
     do {
-        res = send(fd, buf, count, MSG_NOSIGNAL);
+        res = send(fd, buf, count, MSG_NOSIGNAL | MSG_DONTWAIT);
     } while (res < 0 && errno == EINTR);
+    // A write that could not take everything leaves the socket full: ask before the next.
+    gcl_lf_mark_stalled(fd, res < static_cast<ssize_t>(count));
     if (res < 0) {
         if (errno == EAGAIN || errno == EWOULDBLOCK) {
             err = lc_err_io_blocking_error;

@@ -19,6 +19,7 @@
 
 #include "fdintrcb.h"
 #include "gcl.h"
+#include "gcl_internal.h"
 #include "logging.h"
 
 namespace {
@@ -786,6 +787,51 @@ TEST_F(GclTest, SecondRegistrationOfAProtocolIsRefused)
     EXPECT_NE(0, gcl_register_body_protocol(gh_, &reg));
     const std::string log = testing::internal::GetCapturedStderr();
     EXPECT_NE(log.find("Already have registered body handler for proto 1"), std::string::npos);
+}
+
+}  // namespace
+
+namespace {
+
+// A socket is asked whether it is writable only after a write that could not take all it
+// was given: then the answer is the kernel's, and once drained the writes go straight on.
+TEST(GclLowerFunctions, WritabilityIsAskedOnlyAfterAStalledWrite)
+{
+    int fds[2] = {-1, -1};
+    ASSERT_EQ(0, socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK, 0, fds));
+    std::vector<uint8> chunk(65536, 0x5a);
+    tbool writable = false;
+    ASSERT_EQ(0, gcl_lf_is_writable(fds[0], &writable));
+    EXPECT_TRUE(writable);
+
+    // Fill the socket until it takes nothing more.
+    uint32 written = 0;
+    int res = 0;
+    size_t total = 0;
+    for (int i = 0; i < 1000 && res == 0; ++i) {
+        res = gcl_lf_write_bytes(fds[0], chunk.data(), static_cast<uint32>(chunk.size()), &written);
+        total += written;
+    }
+    EXPECT_EQ(lc_err_io_blocking_error, res);
+    ASSERT_EQ(0, gcl_lf_is_writable(fds[0], &writable));
+    EXPECT_FALSE(writable) << "a full socket must be reported as such";
+
+    // Drain it: writable again, and a complete write clears the mark.
+    std::vector<uint8> sink(1 << 20);
+    while (read(fds[1], sink.data(), sink.size()) > 0) {
+    }
+    ASSERT_EQ(0, gcl_lf_is_writable(fds[0], &writable));
+    EXPECT_TRUE(writable);
+    EXPECT_EQ(0, gcl_lf_write_bytes(fds[0], chunk.data(), 16, &written));
+    EXPECT_EQ(16u, written);
+    ASSERT_EQ(0, gcl_lf_is_writable(fds[0], &writable));
+    EXPECT_TRUE(writable);
+    EXPECT_GT(total, 0u);
+
+    // A peer that is gone: the write says so.
+    close(fds[1]);
+    EXPECT_EQ(lc_err_io_closed, gcl_lf_write_bytes(fds[0], chunk.data(), 16, &written));
+    close(fds[0]);
 }
 
 }  // namespace
