@@ -903,7 +903,9 @@ int ml_on_event(gcl_session *sess, bn_request **inout_request, void *arg)
         const uint32 num = bn_binding_array_length_quick(bindings);
         for (uint32 i = 0; i < num; ++i) {
             const bn_binding *binding = bn_binding_array_get_quick(bindings, i);
-            if (!lc_is_prefix("ifindex_", ts_str(binding->bn_node_name), false)) {
+            // "ifindex_N", not the far end's "ifindex_neighbor_N".
+            if (!lc_is_prefix("ifindex_", ts_str(binding->bn_node_name), false) ||
+                lc_is_prefix("ifindex_neighbor_", ts_str(binding->bn_node_name), false)) {
                 continue;
             }
             ts_free(&value);
