@@ -10,6 +10,10 @@
 //                            named) and print its port-enable-done answer
 //   disable DEVID [LOCAL...] ask it to disable them; that operation is answered by silence
 //   validate DEVID...        ask for the device's validation and print the answer
+//   remove DEVID...          take the devices out of the daemon's tables, printing the
+//                            device-remove-done answers
+//   burn-device DEVID        the firmware-burn flow: announce the bare device
+//   burn-port DEVID LOCAL    ... and bring one of its ports up at the lowest speed
 //   boot                     what the port manager does at start: every device of the
 //                            model added, then all its ports enabled
 //   route-update FILE        announce the direct routes of a route file
@@ -65,6 +69,12 @@ const char pl_event_port_enable_done[] = "/portd/events/port-enable-done";
 const char pl_event_port_disable[] = "/portd/events/port-disable";
 const char pl_event_validate[] = "/portd/events/device-validate-ib";
 const char pl_event_validate_done[] = "/ib/events/device-validate-ib-done";
+const char pl_event_remove[] = "/portd/events/device-remove";
+const char pl_event_remove_done[] = "/ib/events/device-remove-done";
+const char pl_event_burn_device[] = "/portd/events/add-burn-device";
+const char pl_event_burn_device_done[] = "/ib/events/add-burn-device-done";
+const char pl_event_burn_port[] = "/portd/events/enable-burn-port";
+const char pl_event_burn_port_done[] = "/ib/events/enable-burn-port-done";
 const char pl_action_interest_add[] = "/mgmtd/events/actions/interest/add";
 
 struct pl_options {
@@ -108,6 +118,9 @@ void pl_usage(FILE *out)
             "  enable DEVID [LOCAL...]\n"
             "  disable DEVID [LOCAL...]\n"
             "  validate DEVID...\n"
+            "  remove DEVID...\n"
+            "  burn-device DEVID\n"
+            "  burn-port DEVID LOCAL\n"
             "  boot\n"
             "  route-update FILE\n"
             "  publish-map [DEVID...]\n"
@@ -162,7 +175,10 @@ int pl_on_event(gcl_session *sess, bn_request **inout_request, void *arg)
     bail_error(err);
     if (name == nullptr || (strcmp(ts_str(name), pl_event_device_add_done) != 0 &&
                             strcmp(ts_str(name), pl_event_port_enable_done) != 0 &&
-                            strcmp(ts_str(name), pl_event_validate_done) != 0)) {
+                            strcmp(ts_str(name), pl_event_validate_done) != 0 &&
+                            strcmp(ts_str(name), pl_event_remove_done) != 0 &&
+                            strcmp(ts_str(name), pl_event_burn_device_done) != 0 &&
+                            strcmp(ts_str(name), pl_event_burn_port_done) != 0)) {
         goto bail;
     }
     err = bn_request_get(*inout_request, nullptr, nullptr, false, &bindings, nullptr, nullptr);
@@ -587,6 +603,66 @@ bail:
     return err;
 }
 
+// remove: each device leaves the daemon's tables; the answers are printed.
+int pl_cmd_remove(pl_client *client, const pl_options &opts, const std::vector<uint32> &dev_ids,
+                  int *ret_exit)
+{
+    int err = 0;
+
+    err = pl_declare_interest(client, opts, pl_event_remove_done);
+    bail_error_quiet(err);
+    for (uint32 dev_id : dev_ids) {
+        err = pl_ask_device(client, opts, pl_event_remove,
+                            {{"dev_id", "uint32", std::to_string(dev_id)}}, pl_event_remove_done,
+                            dev_id, ret_exit);
+        bail_error_quiet(err);
+    }
+
+bail:
+    return err;
+}
+
+// burn-device DEVID, burn-port DEVID LOCAL: the firmware-burn flow, from the model.
+int pl_cmd_burn(pl_client *client, const pl_options &opts, const pl_model &model, uint32 dev_id,
+                int32 local, int *ret_exit)
+{
+    int err = 0;
+    const pl_device &dev = model.pm_devices.at(dev_id);
+
+    if (local < 0) {
+        err = pl_declare_interest(client, opts, pl_event_burn_device_done);
+        bail_error_quiet(err);
+        err = pl_ask_device(client, opts, pl_event_burn_device,
+                            {{"dev_id", "uint32", std::to_string(dev_id)},
+                             {"subsystem_name", "string",
+                              dev.pd_board_id.empty() ? "BURN" : dev.pd_board_id}},
+                            pl_event_burn_device_done, dev_id, ret_exit);
+        bail_error_quiet(err);
+    } else {
+        const auto port = dev.pd_ports.find(static_cast<uint32>(local));
+        if (port == dev.pd_ports.end()) {
+            fprintf(stderr, "portd-lite: device %u has no local port %d\n", dev_id, local);
+            *ret_exit = pl_exit_usage;
+            goto bail;
+        }
+        err = pl_declare_interest(client, opts, pl_event_burn_port_done);
+        bail_error_quiet(err);
+        err = pl_ask_device(
+            client, opts, pl_event_burn_port,
+            {{"dev_id", "uint32", std::to_string(dev_id)},
+             {"lcl_port", "uint8", std::to_string(local)},
+             {"ib_port", "uint8", std::to_string(port->second.pp_ib_port)},
+             {"swid", "uint8", std::to_string(opts.po_swid >= 0 ? opts.po_swid : port->second.pp_swid)},
+             {"ifindex", "uint32", std::to_string(pl_ifindex(dev_id, static_cast<uint32>(local)))},
+             {"ifindex_neighbor", "uint32", "0"}},
+            pl_event_burn_port_done, dev_id, ret_exit);
+        bail_error_quiet(err);
+    }
+
+bail:
+    return err;
+}
+
 int pl_cmd_add_devices(pl_client *client, const pl_options &opts, const pl_model &model,
                        const std::vector<uint32> &dev_ids, int *ret_exit)
 {
@@ -748,7 +824,8 @@ int main(int argc, char **argv)
             return pl_exit_usage;
         }
         pl_route_bindings(routes, &bindings);
-    } else if (command == "enable" || command == "disable" || command == "validate") {
+    } else if (command == "enable" || command == "disable" || command == "validate" ||
+               command == "remove" || command == "burn-device" || command == "burn-port") {
         if (pl_model_load(opts.po_model, &model, &why) != 0) {
             fprintf(stderr, "portd-lite: %s\n", why.c_str());
             return pl_exit_usage;
@@ -763,6 +840,14 @@ int main(int argc, char **argv)
                 return pl_exit_usage;
             }
             dev_ids.push_back(num);
+        }
+        if ((command == "burn-device" && dev_ids.size() != 1) ||
+            (command == "burn-port" && dev_ids.size() != 2) ||
+            ((command == "burn-device" || command == "burn-port") &&
+             model.pm_devices.count(dev_ids[0]) == 0)) {
+            fprintf(stderr, "portd-lite: %s wants a device of the model%s\n", command.c_str(),
+                    command == "burn-port" ? " and a local port" : "");
+            return pl_exit_usage;
         }
     } else if (command == "add-devices" || command == "show" || command == "boot" ||
                command == "publish-map") {
@@ -815,6 +900,13 @@ int main(int argc, char **argv)
         err = pl_cmd_publish_map(&client, opts, model, dev_ids);
     } else if (err == 0 && command == "validate") {
         err = pl_cmd_validate(&client, opts, dev_ids, &status);
+    } else if (err == 0 && command == "remove") {
+        err = pl_cmd_remove(&client, opts, dev_ids, &status);
+    } else if (err == 0 && command == "burn-device") {
+        err = pl_cmd_burn(&client, opts, model, dev_ids[0], -1, &status);
+    } else if (err == 0 && command == "burn-port") {
+        err = pl_cmd_burn(&client, opts, model, dev_ids[0], static_cast<int32>(dev_ids[1]),
+                          &status);
     } else if (err == 0 && command == "boot") {
         err = pl_cmd_add_devices(&client, opts, model, dev_ids, &status);
         for (size_t k = 0; err == 0 && k < dev_ids.size(); ++k) {

@@ -9,6 +9,7 @@
 #include "mdc_misc.h"
 #include "mdc_remote_reg.h"
 #include "ovd_actions.h"
+#include "ovd_burn.h"
 #include "ovd_config.h"
 #include "ovd_device_add.h"
 #include "ovd_direct_routes.h"
@@ -200,8 +201,8 @@ int ovd_handle_event_request(gcl_session *sess, bn_request **inout_request, void
     name = ts_str(event_name);
     lc_log_basic(LOG_NOTICE, "Received event: %s", name);
 
-    // In the order of the interest declarations.  The burn and blade events join here
-    // with their flows.
+    // In the order of the interest declarations.  The blade events join here with their
+    // flows.
     if (strcmp(name, mdc_event_dbchange) == 0) {
         err = ovd_handle_dbchange_event(event_name, bindings);
         bail_error(err);
@@ -214,6 +215,12 @@ int ovd_handle_event_request(gcl_session *sess, bn_request **inout_request, void
         bail_error(err);
     } else if (strcmp(name, "/portd/events/device-remove") == 0) {
         err = ovd_handle_remove_device_event(bindings);
+        bail_error(err);
+    } else if (strcmp(name, "/portd/events/enable-burn-port") == 0) {
+        err = ovd_handle_enable_burn_port_event(bindings);
+        bail_error(err);
+    } else if (strcmp(name, "/portd/events/add-burn-device") == 0) {
+        err = ovd_handle_add_device_burn_event(bindings);
         bail_error(err);
     } else if (strcmp(name, "/portd/events/port-enable") == 0) {
         err = ovd_handle_device_port_enable_event(bindings);
