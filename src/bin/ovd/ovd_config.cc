@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "logging.h"
+#include "ovd_swid_assign.h"
 #include "mdc_main.h"
 #include "ovd_dispatch.h"
 #include "ovd_main.h"
@@ -126,7 +127,8 @@ int ovd_handle_change(const bn_binding_array *arr, uint32 idx, bn_binding *bindi
         bail_error(err);
     } else if (strncmp(ts_str(bname), ovd_swid_config_prefix,
                        strlen(ovd_swid_config_prefix)) == 0) {
-        // SWID assignment joins here with its flow.
+        err = ovd_handle_swid_change(bname, bname_parts, binding, old_arr);
+        bail_error(err);
     }
 
 bail:

@@ -8,6 +8,7 @@
 #include "logging.h"
 #include "ovd_device_add.h"
 #include "ovd_dispatch.h"
+#include "ovd_swid_assign.h"
 #include "ovd_main.h"
 #include "ovd_port_attributes.h"
 #include "ovd_port_values.h"
@@ -191,7 +192,8 @@ std::string ovd_text_of(int (*to_tstr)(tstring **, uint8), uint8 value)
 // SWID and virtual port operations join here with their flows, and until then, as any
 // other operation, are dropped with no answer.
 int ovd_select_by_operation(const bn_binding_array *bindings, const char *selector,
-                            int (*init_handler)(const bn_binding_array *))
+                            int (*init_handler)(const bn_binding_array *),
+                            int (*map_handler)(const bn_binding_array *, enable_port_status))
 {
     int err = 0;
     uint8 operation = 0;
@@ -200,6 +202,9 @@ int ovd_select_by_operation(const bn_binding_array *bindings, const char *select
     bail_error(err);
     if (operation == PORT_ENABLE_INIT) {
         err = init_handler(bindings);
+        bail_error(err);
+    } else if (operation == PORT_MAP_TO_SWID) {
+        err = map_handler(bindings, PORT_MAP_TO_SWID);
         bail_error(err);
     } else {
         lc_log_basic(LOG_DEBUG, "%s: operation %u dropped", selector,
@@ -214,12 +219,14 @@ bail:
 
 int ovd_handle_device_port_enable_event(const bn_binding_array *bindings)
 {
-    return ovd_select_by_operation(bindings, __func__, ovd_handle_init_device_port_enable_event);
+    return ovd_select_by_operation(bindings, __func__, ovd_handle_init_device_port_enable_event,
+                                   ovd_handle_port_enable_on_assign_port_to_swid);
 }
 
 int ovd_handle_ib_device_port_disable_event(const bn_binding_array *bindings)
 {
-    return ovd_select_by_operation(bindings, __func__, ovd_handle_disable_port_on_init);
+    return ovd_select_by_operation(bindings, __func__, ovd_handle_disable_port_on_init,
+                                   ovd_handle_disable_port_on_assign_port_to_swid);
 }
 
 int ovd_handle_init_device_port_enable_event(const bn_binding_array *bindings)
