@@ -27,17 +27,38 @@ namespace {
 // ---------------------------------------------------------------------------
 // The model.
 
+// The families of module the cages can hold, by the identifier byte they report.
+enum class ModuleKind {
+    qsfp,    // QSFP+ (0x0d), SFF-8636 memory map
+    qsfp28,  // QSFP28 (0x11), SFF-8636 memory map
+    sfp,     // SFP/SFP+ (0x03), SFF-8472 memory map: A0h and A2h
+};
+
 struct Module {
     bool present = false;
-    bool qsfp28 = true;
+    ModuleKind kind = ModuleKind::qsfp28;
+    bool optical = false;  // optical transceiver rather than a copper cable
     std::string vendor = "VQ CABLES";
     std::string part = "VQC-GENERIC";
     std::string serial;
-    unsigned length = 1;
+    std::string rev;         // empty: the family's default
+    uint32_t oui = 0x02ab01;  // locally administered
+    unsigned length = 1;      // copper length, or the OM4 length of an optical module, metres
+    unsigned om1 = 0, om2 = 0, om3 = 0, smf = 0;  // optical lengths, metres
+    int speed = -1;           // QSFP byte 164 (InfiniBand speed set); -1: the family's default
+    int rate = -1;            // nominal signalling rate, 100 MBd units; -1: the default
+    int ident = -1;           // identifier byte in place of the family's
+    uint8_t fault = 0;        // MCIA status of every access to a present module
+    int oper = -1;            // PMAOS oper_status of a present module in place of the usual
     uint8_t admin_status = 1;  // enabled
     uint8_t ee = 0;
     uint8_t e = 0;
-    std::array<uint8_t, 256> eeprom{};  // lower page and upper page 00
+    // I2C address 0x50: QSFP lower page and upper page 00, or SFP A0h.
+    std::array<uint8_t, 256> eeprom{};
+    // I2C address 0x51 of an SFP: A2h (diagnostics), lower half and upper page 00.
+    std::array<uint8_t, 256> a2{};
+    // QSFP upper pages 01 to 03 (bytes 128 to 255 each).
+    std::array<std::array<uint8_t, 128>, 3> upper{};
 };
 
 struct Port {
@@ -148,7 +169,9 @@ void sim_log(vq_log_severity_t sev, const char *fmt, ...)
 }
 
 // ---------------------------------------------------------------------------
-// Module EEPROM: a QSFP memory map with the identity fields filled in.
+// Module EEPROM: the memory maps of the module standards with the identity fields filled
+// in from the model.  QSFP modules follow SFF-8636 (lower page 00 and upper pages 00 to
+// 03 at I2C address 0x50), SFP modules SFF-8472 (A0h at 0x50, A2h at 0x51).
 
 void put_text(std::array<uint8_t, 256> &m, size_t off, size_t len, const std::string &text)
 {
@@ -157,51 +180,182 @@ void put_text(std::array<uint8_t, 256> &m, size_t off, size_t len, const std::st
     }
 }
 
-void build_eeprom(Module &mod, unsigned dev, unsigned index)
+void put_checksum(std::array<uint8_t, 256> &m, size_t first, size_t last, size_t at)
+{
+    uint32_t sum = 0;
+    for (size_t i = first; i <= last; ++i) {
+        sum += m[i];
+    }
+    m[at] = static_cast<uint8_t>(sum);
+}
+
+uint8_t clamp_byte(unsigned v)
+{
+    return static_cast<uint8_t>(std::min(v, 255u));
+}
+
+std::string module_serial(const Module &mod, unsigned dev, unsigned index)
+{
+    if (!mod.serial.empty()) {
+        return mod.serial;
+    }
+    char buf[32];
+    snprintf(buf, sizeof(buf), "VQ%02u%02u%08u", dev % 100, index % 100, 4711u + index);
+    return buf;
+}
+
+void build_qsfp_eeprom(Module &mod, unsigned dev, unsigned index)
 {
     auto &m = mod.eeprom;
-    m.fill(0);
+    const bool q28 = mod.kind == ModuleKind::qsfp28;
+    const uint8_t ident = mod.ident >= 0 ? static_cast<uint8_t>(mod.ident) : (q28 ? 0x11 : 0x0d);
+    // Lower page 00.
+    m[0] = ident;                        // identifier
+    m[1] = 0x07;                         // revision compliance
+    m[2] = mod.optical ? 0x00 : 0x04;    // status: flat memory for a passive cable
+    m[22] = 0x19;                        // temperature MSB: 25 C
+    m[26] = 0x80;                        // supply voltage 3.3 V (0x80e8 * 100 uV)
+    m[27] = 0xe8;
+    m[113] = 0x00;                       // far end / near end implementation: unspecified
+    // Upper page 00.
+    m[128] = ident;                      // identifier
+    m[129] = mod.optical ? 0x03 : 0x00;  // extended identifier: power class
+    m[130] = mod.optical ? 0x0c : 0x23;  // connector: MPO 1x12, or no separable connector
+    m[131] = q28 ? 0x80 : (mod.optical ? 0x04 : 0x08);  // extended / 40GBASE-SR4 / -CR4
+    m[139] = q28 ? 0x07 : 0x05;          // encoding: 256B/257B or 64B/66B
+    const unsigned rate = mod.rate >= 0 ? static_cast<unsigned>(mod.rate) : (q28 ? 255u : 141u);
+    m[140] = clamp_byte(rate);           // nominal rate, 100 MBd
+    if (mod.optical) {
+        m[142] = clamp_byte(mod.smf / 1000);  // single mode, km
+        m[143] = clamp_byte(mod.om3 / 2);     // OM3, 2 m
+        m[144] = clamp_byte(mod.om2);         // OM2, 1 m
+        m[145] = clamp_byte(mod.om1);         // OM1, 1 m
+        m[146] = clamp_byte(mod.length / 2);  // OM4, 2 m
+        m[147] = 0x00;                        // transmitter: 850 nm VCSEL
+    } else {
+        m[146] = clamp_byte(mod.length);      // copper, 1 m
+        m[147] = 0xa0;                        // transmitter: copper, unequalised
+    }
+    put_text(m, 148, 16, mod.vendor);
+    const uint8_t speed = mod.speed >= 0 ? static_cast<uint8_t>(mod.speed) : (q28 ? 0x1f : 0x0f);
+    m[164] = speed;                      // extended module codes: InfiniBand speeds
+    m[165] = static_cast<uint8_t>(mod.oui >> 16);
+    m[166] = static_cast<uint8_t>(mod.oui >> 8);
+    m[167] = static_cast<uint8_t>(mod.oui);
+    put_text(m, 168, 16, mod.part);
+    put_text(m, 184, 2, mod.rev.empty() ? "A2" : mod.rev);
+    if (mod.optical) {
+        m[186] = 0x42;                   // wavelength 850 nm (units of 0.05 nm)
+        m[187] = 0x68;
+        m[188] = 0x0b;                   // tolerance 15 nm (units of 0.005 nm)
+        m[189] = 0xb8;
+    } else {
+        m[186] = 0x03;                   // attenuation at 2.5 GHz, dB
+        m[187] = 0x05;                   // at 5 GHz
+        m[188] = 0x07;                   // at 7 GHz
+        m[189] = 0x0c;                   // at 12.9 GHz
+    }
+    m[190] = 70;                         // maximum case temperature, C
+    put_checksum(m, 128, 190, 191);      // CC_BASE
+    m[192] = q28 ? (mod.optical ? 0x02 : 0x0b) : 0x00;  // 100GBASE-SR4 / -CR4
+    m[193] = 0x00;                       // options
+    m[194] = mod.optical ? 0x07 : 0x00;
+    m[195] = mod.optical ? 0x1e : 0x00;
+    put_text(m, 196, 16, module_serial(mod, dev, index));
+    put_text(m, 212, 8, "26010100");     // date code YYMMDDLL
+    m[220] = mod.optical ? 0x0c : 0x00;  // diagnostic monitoring: temperature and voltage
+    m[221] = 0x00;
+    m[222] = q28 ? 0x67 : 0x00;          // nominal rate, 250 MBd: 25.78 GBd
+    put_checksum(m, 192, 222, 223);      // CC_EXT
+    if (mod.optical) {
+        // Upper page 03: the temperature and voltage thresholds.
+        auto &p3 = mod.upper[2];
+        const uint8_t thresholds[16] = {0x4b, 0x00, 0xfb, 0x00, 0x46, 0x00, 0x00, 0x00,
+                                        0x8d, 0xcc, 0x74, 0x04, 0x87, 0x5a, 0x7a, 0x76};
+        memcpy(&p3[0], thresholds, sizeof(thresholds));
+    }
+}
+
+void build_sfp_eeprom(Module &mod, unsigned dev, unsigned index)
+{
+    auto &m = mod.eeprom;
+    // A0h.
+    m[0] = mod.ident >= 0 ? static_cast<uint8_t>(mod.ident) : 0x03;  // identifier: SFP/SFP+
+    m[1] = 0x04;                          // extended identifier: two-wire ID only
+    m[2] = mod.optical ? 0x07 : 0x21;     // connector: LC, or copper pigtail
+    m[3] = mod.optical ? 0x10 : 0x00;     // 10G Ethernet compliance: 10GBASE-SR
+    m[6] = 0x00;                          // Ethernet compliance
+    m[8] = mod.optical ? 0x00 : 0x04;     // SFP+ cable technology: passive
+    m[11] = 0x06;                         // encoding: 64B/66B
+    m[12] = clamp_byte(mod.rate >= 0 ? static_cast<unsigned>(mod.rate) : 103u);  // 100 MBd
+    if (mod.optical) {
+        m[14] = clamp_byte(mod.smf / 1000);   // single mode, km
+        m[15] = clamp_byte(mod.smf / 100);    // single mode, 100 m
+        m[16] = clamp_byte(mod.om2 / 10);     // 50 um OM2, 10 m
+        m[17] = clamp_byte(mod.om1 / 10);     // 62.5 um OM1, 10 m
+        m[18] = clamp_byte(mod.length / 10);  // OM4, 10 m
+        m[19] = clamp_byte(mod.om3 / 10);     // OM3, 10 m
+    } else {
+        m[18] = clamp_byte(mod.length);       // copper, 1 m
+    }
+    put_text(m, 20, 16, mod.vendor);
+    m[36] = 0x00;                         // extended compliance
+    m[37] = static_cast<uint8_t>(mod.oui >> 16);
+    m[38] = static_cast<uint8_t>(mod.oui >> 8);
+    m[39] = static_cast<uint8_t>(mod.oui);
+    put_text(m, 40, 16, mod.part);
+    put_text(m, 56, 4, mod.rev.empty() ? "A0" : mod.rev);
+    if (mod.optical) {
+        m[60] = 0x03;                     // wavelength 850 nm
+        m[61] = 0x52;
+    } else {
+        m[60] = 0x01;                     // passive cable: SFF-8431 appendix E
+        m[61] = 0x00;
+    }
+    put_checksum(m, 0, 62, 63);           // CC_BASE
+    m[64] = 0x00;                         // options
+    m[65] = mod.optical ? 0x1a : 0x00;
+    m[66] = 0x00;                         // rate margins
+    m[67] = 0x00;
+    put_text(m, 68, 16, module_serial(mod, dev, index));
+    put_text(m, 84, 8, "260101  ");       // date code YYMMDD and lot
+    m[92] = mod.optical ? 0x68 : 0x00;    // diagnostics: implemented, internally calibrated
+    m[93] = mod.optical ? 0xf0 : 0x00;    // enhanced options
+    m[94] = mod.optical ? 0x08 : 0x00;    // SFF-8472 compliance
+    put_checksum(m, 64, 94, 95);          // CC_EXT
+    // A2h: alarm and warning thresholds, then the live values.
+    auto &d = mod.a2;
+    if (mod.optical) {
+        const uint8_t thresholds[16] = {0x5a, 0x00, 0xd8, 0x00, 0x55, 0x00, 0xdd, 0x00,
+                                        0x90, 0x88, 0x71, 0x48, 0x8c, 0xa0, 0x75, 0x30};
+        memcpy(&d[0], thresholds, sizeof(thresholds));
+        put_checksum(d, 0, 94, 95);       // CC_DMI
+        d[96] = 0x19;                     // temperature: 25 C
+        d[98] = 0x80;                     // supply voltage: 3.3 V
+        d[99] = 0xe8;
+        d[100] = 0x0f;                    // transmitter bias
+        d[102] = 0x13;                    // transmitted power
+        d[103] = 0x88;
+        d[104] = 0x12;                    // received power
+        d[105] = 0x34;
+    }
+}
+
+void build_eeprom(Module &mod, unsigned dev, unsigned index)
+{
+    mod.eeprom.fill(0);
+    mod.a2.fill(0);
+    for (auto &page : mod.upper) {
+        page.fill(0);
+    }
     if (!mod.present) {
         return;
     }
-    const uint8_t ident = mod.qsfp28 ? 0x11 : 0x0d;
-    m[0] = ident;                   // identifier
-    m[1] = 0x07;                    // revision compliance
-    m[2] = 0x04;                    // flat memory: no upper pages beyond 00
-    m[22] = 0x19;                   // temperature MSB: 25 C
-    m[26] = 0x80;                   // supply voltage 3.3 V (0x80e8 * 100 uV)
-    m[27] = 0xe8;
-    m[128] = ident;                 // identifier (upper page)
-    m[129] = 0x00;                  // power class 1
-    m[130] = 0x23;                  // connector: no separable connector (copper)
-    m[131] = mod.qsfp28 ? 0x80 : 0x08;  // compliance: extended / 40GBASE-CR4
-    m[140] = mod.qsfp28 ? 0xff : 0x8d;  // nominal rate
-    m[146] = static_cast<uint8_t>(mod.length);  // copper length, metres
-    m[147] = 0xa0;                  // transmitter technology: copper, unequalised
-    put_text(m, 148, 16, mod.vendor);
-    m[165] = 0x02;                  // vendor OUI: an invented, locally administered one
-    m[166] = 0xab;
-    m[167] = 0x01;
-    put_text(m, 168, 16, mod.part);
-    put_text(m, 184, 2, "A2");
-    std::string serial = mod.serial;
-    if (serial.empty()) {
-        char buf[32];
-        snprintf(buf, sizeof(buf), "VQ%02u%02u%08u", dev % 100, index % 100, 4711u + index);
-        serial = buf;
+    if (mod.kind == ModuleKind::sfp) {
+        build_sfp_eeprom(mod, dev, index);
+    } else {
+        build_qsfp_eeprom(mod, dev, index);
     }
-    put_text(m, 196, 16, serial);
-    put_text(m, 212, 8, "26010100");  // date code
-    uint32_t sum = 0;
-    for (int i = 128; i < 191; ++i) {
-        sum += m[i];
-    }
-    m[191] = static_cast<uint8_t>(sum);  // CC_BASE
-    sum = 0;
-    for (int i = 192; i < 223; ++i) {
-        sum += m[i];
-    }
-    m[223] = static_cast<uint8_t>(sum);  // CC_EXT
 }
 
 // ---------------------------------------------------------------------------
@@ -359,14 +513,55 @@ bool apply_port_attr(Port &p, unsigned lp, const std::string &name, const std::s
     return false;
 }
 
+// InfiniBand speed names as the QSFP extended module codes (byte 164) carry them.
+bool parse_module_speed(const std::string &val, int *ret)
+{
+    uint64_t n = 0;
+    if (parse_num(val, &n)) {
+        if (n > 255) return false;
+        *ret = static_cast<int>(n);
+        return true;
+    }
+    static const std::pair<const char *, int> names[] = {
+        {"sdr", 0x01}, {"ddr", 0x02}, {"qdr", 0x04}, {"fdr", 0x08}, {"edr", 0x10}, {"hdr", 0x20},
+    };
+    int mask = 0;
+    std::istringstream in(val);
+    std::string item;
+    while (std::getline(in, item, ',')) {
+        bool known = false;
+        for (const auto &[name, bit] : names) {
+            if (item == name) {
+                mask |= bit;
+                known = true;
+            }
+        }
+        if (!known) return false;
+    }
+    *ret = mask;
+    return true;
+}
+
 bool apply_module_attr(Module &m, const std::string &name, const std::string &val)
 {
     if (name == "present") return parse_bool(val, &m.present);
     if (name == "type") {
         if (val == "qsfp") {
-            m.qsfp28 = false;
+            m.kind = ModuleKind::qsfp;
         } else if (val == "qsfp28") {
-            m.qsfp28 = true;
+            m.kind = ModuleKind::qsfp28;
+        } else if (val == "sfp") {
+            m.kind = ModuleKind::sfp;
+        } else {
+            return false;
+        }
+        return true;
+    }
+    if (name == "media") {
+        if (val == "copper") {
+            m.optical = false;
+        } else if (val == "optical") {
+            m.optical = true;
         } else {
             return false;
         }
@@ -384,7 +579,21 @@ bool apply_module_attr(Module &m, const std::string &name, const std::string &va
         m.serial = val;
         return true;
     }
-    if (name == "length") return num_attr(val, 255, &m.length);
+    if (name == "rev") {
+        m.rev = val;
+        return true;
+    }
+    if (name == "oui") return num_attr(val, 0xffffff, &m.oui);
+    if (name == "length") return num_attr(val, 255000, &m.length);
+    if (name == "om1") return num_attr(val, 2550, &m.om1);
+    if (name == "om2") return num_attr(val, 2550, &m.om2);
+    if (name == "om3") return num_attr(val, 2550, &m.om3);
+    if (name == "smf") return num_attr(val, 255000, &m.smf);
+    if (name == "speed") return parse_module_speed(val, &m.speed);
+    if (name == "rate") return num_attr(val, 255, &m.rate);
+    if (name == "ident") return num_attr(val, 255, &m.ident);
+    if (name == "fault") return num_attr(val, 255, &m.fault);
+    if (name == "oper") return num_attr(val, 15, &m.oper);
     return false;
 }
 
@@ -828,32 +1037,60 @@ vqd_status_t do_paos(Device &d, vqd_access_cmd_t cmd, const vqd_reg_meta_t &, ku
     return VQD_STATUS_SUCCESS;
 }
 
+// The EEPROM byte that an access at an I2C address, page and offset reaches; null where
+// the module has no memory (pages it doesn't implement read as zeros).
+uint8_t *eeprom_byte(Module &m, uint8_t i2c, uint8_t page, unsigned addr)
+{
+    if (i2c == 0x51) {
+        return addr < 128 || page == 0 ? &m.a2[addr] : nullptr;
+    }
+    if (addr < 128 || page == 0) {
+        return &m.eeprom[addr];
+    }
+    if (m.kind != ModuleKind::sfp && page <= 3) {
+        return &m.upper[page - 1][addr - 128];
+    }
+    return nullptr;
+}
+
 vqd_status_t do_mcia(Device &d, vqd_access_cmd_t cmd, const vqd_reg_meta_t &, ku_mcia_reg *r)
 {
     Module *m = nullptr;
     vqd_status_t st = module_of(d, r->module, &m);
     if (st != VQD_STATUS_SUCCESS) return st;
-    uint8_t i2c = r->i2c_device_address;
-    if ((i2c != 0 && i2c != 0x50) || r->size > 48 || r->device_address + r->size > 256) {
+    uint8_t i2c = r->i2c_device_address == 0 ? 0x50 : r->i2c_device_address;
+    if ((i2c != 0x50 && i2c != 0x51) || r->size > 48 || r->device_address + r->size > 256) {
         return VQD_STATUS_PARAM_ERROR;
     }
     if (!m->present) {
         r->status = 0x3;  // no module present; the access itself succeeds
         return VQD_STATUS_SUCCESS;
     }
+    if (m->fault != 0) {
+        r->status = m->fault;  // the module's own failure, told in the record
+        return VQD_STATUS_SUCCESS;
+    }
+    if (i2c == 0x51 && m->kind != ModuleKind::sfp) {
+        r->status = 0x9;  // nothing answers at A2h of a QSFP module: I2C error
+        return VQD_STATUS_SUCCESS;
+    }
     r->status = 0;
     uint8_t bytes[48] = {0};
-    bool upper_page00 = r->device_address >= 128 ? r->page_number == 0 : true;
     if (cmd == VQD_ACCESS_CMD_SET) {
-        if (!upper_page00) return VQD_STATUS_PARAM_ERROR;
         memcpy(bytes, &r->dword_0, sizeof(bytes));
         for (unsigned i = 0; i < r->size; ++i) {
-            m->eeprom[r->device_address + i] = bytes[i];
+            if (eeprom_byte(*m, i2c, r->page_number, r->device_address + i) == nullptr) {
+                return VQD_STATUS_PARAM_ERROR;
+            }
+        }
+        for (unsigned i = 0; i < r->size; ++i) {
+            *eeprom_byte(*m, i2c, r->page_number, r->device_address + i) = bytes[i];
         }
         return VQD_STATUS_SUCCESS;
     }
     for (unsigned i = 0; i < r->size; ++i) {
-        bytes[i] = upper_page00 ? m->eeprom[r->device_address + i] : 0;
+        const uint8_t *b = eeprom_byte(*m, i2c, r->page_number, r->device_address + i);
+        bytes[i] = b != nullptr ? *b : 0;
     }
     // The dwords carry the bytes in wire (network) order.
     memcpy(&r->dword_0, bytes, sizeof(bytes));
@@ -884,8 +1121,15 @@ vqd_status_t do_pmaos(Device &d, vqd_access_cmd_t cmd, const vqd_reg_meta_t &, k
         return VQD_STATUS_SUCCESS;
     }
     r->admin_status = m->admin_status;
-    // 1 plugged and enabled, 2 unplugged, 3 plugged but disabled.
-    r->oper_status = !m->present ? 2 : (m->admin_status == 1 ? 1 : 3);
+    // 1 plugged and enabled, 2 unplugged, 3 plugged but disabled (or over the power
+    // budget); a model may force another value for a plugged module.
+    if (!m->present) {
+        r->oper_status = 2;
+    } else if (m->oper >= 0) {
+        r->oper_status = static_cast<uint8_t>(m->oper);
+    } else {
+        r->oper_status = m->admin_status == 1 ? 1 : 3;
+    }
     r->e = m->e;
     r->ase = r->ee = 0;
     return VQD_STATUS_SUCCESS;

@@ -1,8 +1,9 @@
 // The simulated switch ASIC behind vqd_access_reg.h, and its controls.
 //
 // Where the real register library talks to firmware, this one keeps a model of the
-// devices in memory: their local ports (1-64 and the virtual range from 65), modules
-// with a small QSFP EEPROM, and the fields of every register.  The model comes from a
+// devices in memory: their local ports (1-64 and the virtual range from 65), the modules
+// in their cages with the EEPROM pages of the module standards, and the fields of every
+// register.  The model comes from a
 // plain text file (format below); every access is recorded in a journal, and faults can
 // be injected per register, device and key.
 //
@@ -37,13 +38,39 @@
 //                 [module=N|auto|none] [width=N] [speed_cap=N] [width_cap=N]
 //                 [speed_admin=N] [width_admin=N] [max_mtu=N] [admin_mtu=N]
 //                 [vl_cap=N] [vl_admin=N] [admin=up|down] [fec_auto=N]
-//     module <dev> <first>[-<last>] [present=yes|no] [type=qsfp|qsfp28]
-//                 [vendor=TEXT] [part=TEXT] [serial=TEXT] [length=N]
+//     module <dev> <first>[-<last>] [present=yes|no] [type=qsfp|qsfp28|sfp]
+//                 [media=copper|optical] [vendor=TEXT] [part=TEXT] [serial=TEXT]
+//                 [rev=TEXT] [oui=N] [length=N] [om1=N] [om2=N] [om3=N] [smf=N]
+//                 [speed=N|sdr,ddr,...] [rate=N] [ident=N] [fault=STATUS] [oper=N]
 //
 // A later line for the same port or module changes only the attributes it names.
 // "auto" takes the InfiniBand port from the local port number and the module from the
 // local port number minus one; "module=none" is a port without a cage (an internal or
 // virtual port), whose link is up whenever it is administratively up.
+//
+// Modules.  Every cage that a port names has a module record; "present=no" (the
+// default) is an empty cage: PMAOS reports it unplugged (oper_status 2) and MCIA answers
+// with status 3.  A present module reports oper_status 1 in PMAOS (3 when its admin
+// state is disabled, or the value of "oper=", e.g. 3 for a module over the power budget
+// or 0 for one still initializing).  Its EEPROM is laid out by its type:
+//     qsfp, qsfp28   SFF-8636: identifier 0x0d or 0x11; lower page 00 and upper page 00
+//                    at I2C address 0x50, upper pages 01 to 03 selected by page number
+//                    (zeros, but for an optical module's thresholds on page 03)
+//     sfp            SFF-8472: identifier 0x03; A0h at I2C address 0x50, A2h (the
+//                    diagnostics, filled for an optical module) at 0x51
+// vendor (16 characters), part (16), serial (16; made up from device and module when
+// empty), rev (2 for QSFP, 4 for SFP) and oui (24 bits) go to their fields.  Lengths are
+// in metres: "length" is the copper length of a copper cable (media=copper, the
+// default) or the OM4 length of an optical module; om1, om2, om3 and smf are the optical
+// lengths, each stored in its field's units (QSFP: OM3 and OM4 in 2 m, SMF in km; SFP:
+// 10 m for the multimode ones, SMF in km and in 100 m).  "speed" is the InfiniBand speed
+// set of a QSFP module (byte 164: sdr 0x01, ddr 0x02, qdr 0x04, fdr 0x08, edr 0x10,
+// hdr 0x20; default fdr and below for qsfp, edr and below for qsfp28); "rate" the
+// nominal signalling rate in units of 100 MBd.  "ident" replaces the identifier byte
+// (for a module of a family nobody knows).  "fault=STATUS" makes every MCIA access of the
+// present module answer with that status (1 bad EEPROM, 2 unsupported, 5 inaccessible,
+// 9 I2C error, 16 disabled, ...) while PMAOS still reports it plugged.  Vendor names
+// and OUIs of the shipped models are made up (OUIs locally administered, 0x02....).
 #pragma once
 
 #include <stdint.h>

@@ -295,6 +295,56 @@ TEST_F(VqdRegTest, MciaReadsQsfpIdentityInWireOrder)
     EXPECT_EQ(vqd_access_reg_mcia(&r, &get, 1, nullptr, nullptr), VQD_STATUS_PARAM_ERROR);
 }
 
+TEST_F(VqdRegTest, ModuleKindsAnswerAtTheirI2cAddressesAndPmaosFollowsThem)
+{
+    std::string why;
+    ASSERT_TRUE(vqdsim::load_model_text("device 1\n"
+                                        "port 1 1-4 module=auto\n"
+                                        "module 1 0 present=yes type=sfp media=optical om3=300\n"
+                                        "module 1 1 present=yes type=qsfp speed=sdr,edr oper=3\n"
+                                        "module 1 2 present=yes type=qsfp28 fault=16\n",
+                                        &why))
+        << why;
+    vqd_reg_meta_t get = meta(VQD_ACCESS_CMD_GET, 1);
+    auto read = [&](uint8_t module, uint8_t i2c, uint8_t page, uint16_t addr, ku_mcia_reg *r) {
+        *r = ku_mcia_reg{};
+        r->module = module;
+        r->i2c_device_address = i2c;
+        r->page_number = page;
+        r->device_address = addr;
+        r->size = 4;
+        return vqd_access_reg_mcia(r, &get, 1, nullptr, nullptr);
+    };
+    ku_mcia_reg r{};
+    ASSERT_EQ(read(0, 0x50, 0, 0, &r), VQD_STATUS_SUCCESS);
+    EXPECT_EQ(ntohl(r.dword_0) >> 24, 0x03u);  // SFP
+    ASSERT_EQ(read(0, 0x50, 0, 16, &r), VQD_STATUS_SUCCESS);
+    EXPECT_EQ(ntohl(r.dword_0) & 0xff, 30u);   // byte 19: OM3 in 10 m
+    ASSERT_EQ(read(0, 0x51, 0, 96, &r), VQD_STATUS_SUCCESS);
+    EXPECT_EQ(r.status, 0);
+    EXPECT_EQ(ntohl(r.dword_0) >> 24, 0x19u);  // A2h: temperature
+    ASSERT_EQ(read(1, 0x51, 0, 0, &r), VQD_STATUS_SUCCESS);
+    EXPECT_EQ(r.status, 9);                    // a QSFP module has no A2h
+    ASSERT_EQ(read(1, 0x50, 0, 164, &r), VQD_STATUS_SUCCESS);
+    EXPECT_EQ(ntohl(r.dword_0) >> 24, 0x11u);  // SDR and EDR
+    ASSERT_EQ(read(2, 0x50, 0, 0, &r), VQD_STATUS_SUCCESS);
+    EXPECT_EQ(r.status, 16);
+    EXPECT_EQ(read(0, 0x52, 0, 0, &r), VQD_STATUS_PARAM_ERROR);
+
+    const uint8_t want_oper[4] = {1, 3, 1, 2};
+    for (uint8_t m = 0; m < 4; ++m) {
+        ku_pmaos_reg p{};
+        p.module = m;
+        ASSERT_EQ(vqd_access_reg_pmaos(&p, &get, 1, nullptr, nullptr), VQD_STATUS_SUCCESS);
+        EXPECT_EQ(p.oper_status, want_oper[m]) << "module " << int(m);
+    }
+
+    EXPECT_FALSE(vqdsim::load_model_text("device 1\nmodule 1 0 type=xfp\n", &why));
+    EXPECT_FALSE(vqdsim::load_model_text("device 1\nmodule 1 0 speed=sdr,xdr\n", &why));
+    EXPECT_FALSE(vqdsim::load_model_text("device 1\nmodule 1 0 media=glass\n", &why));
+    EXPECT_FALSE(vqdsim::load_model_text("device 1\nmodule 1 0 fault=256\n", &why));
+}
+
 TEST_F(VqdRegTest, SpzrChangesOnlyMaskedFields)
 {
     vqd_reg_meta_t set = meta(VQD_ACCESS_CMD_SET, 1), get = meta(VQD_ACCESS_CMD_GET, 1);
