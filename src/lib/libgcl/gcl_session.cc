@@ -26,6 +26,7 @@
 #include "bnode_session.h"
 #include "gcl.h"
 #include "gcl_internal.h"
+#include "gen_proto.h"
 #include "lock_mt.h"
 #include "logging.h"
 #include "ttime.h"
@@ -348,6 +349,8 @@ int gcl_init(gcl_handle **ret_gh, const gcl_global_options *options, fdic_handle
     bail_error(err);
     err = bn_init(gh);
     bail_error(err);
+    err = gen_init(gh);
+    bail_error(err);
 
     *ret_gh = gh;
     gh = nullptr;
@@ -389,6 +392,7 @@ int gcl_deinit(gcl_handle **ret_gh)
         complain_error(gcl_session_free(&sess));
     }
     if (gh->gh_bp_reg[gbp_proto_bnode] != nullptr) {
+        complain_error(gen_deinit(gh));
         complain_error(bn_deinit(gh));
     }
     if (gh->gh_bp_reg[gbp_proto_admin] != nullptr) {

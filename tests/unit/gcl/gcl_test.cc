@@ -20,6 +20,7 @@
 #include "fdintrcb.h"
 #include "gcl.h"
 #include "gcl_internal.h"
+#include "gen_proto.h"
 #include "logging.h"
 
 namespace {
@@ -835,3 +836,141 @@ TEST(GclLowerFunctions, WritabilityIsAskedOnlyAfterAStalledWrite)
 }
 
 }  // namespace
+
+// ---------------------------------------------------------------------------------------
+// The generic protocol.
+
+namespace {
+
+struct GenSeen {
+    int requests = 0;
+    int responses = 0;
+    Bytes last;
+};
+
+int gen_on_message(gcl_session *, const uint8 *msg, uint32 len, void *arg)
+{
+    auto *seen = static_cast<GenSeen *>(arg);
+    seen->last.assign(msg, msg + len);
+    return 0;
+}
+
+int gen_on_request(gcl_session *sess, const uint8 *msg, uint32 len, void *arg)
+{
+    ++static_cast<GenSeen *>(arg)->requests;
+    return gen_on_message(sess, msg, len, arg);
+}
+
+int gen_on_response(gcl_session *sess, const uint8 *msg, uint32 len, void *arg)
+{
+    ++static_cast<GenSeen *>(arg)->responses;
+    return gen_on_message(sess, msg, len, arg);
+}
+
+// An envelope as a peer writes it: magic, type, id, length, the unused body, the message.
+Bytes gen_wire(uint32_t magic, uint32_t type, uint32_t length, const Bytes &message)
+{
+    Bytes b;
+    put32(b, magic);
+    put32(b, type);
+    put32(b, 42);
+    put32(b, length);
+    b.insert(b.end(), 8, 0);
+    b.insert(b.end(), message.begin(), message.end());
+    return b;
+}
+
+FrameFields gen_frame(uint16_t type)
+{
+    FrameFields f;
+    f.proto = gbp_proto_gen;
+    f.mtype = type;
+    return f;
+}
+
+}  // namespace
+
+TEST_F(GclTest, GenMessagesGoOutInTheirEnvelope)
+{
+    gcl_session *sess = pair_session();
+    uint8 *msg = nullptr;
+    ASSERT_EQ(0, gen_msg_create(&msg, gen_type_request, 5));
+    ASSERT_NE(nullptr, msg);
+    for (uint8 i = 0; i < 5; ++i) {
+        EXPECT_EQ(0, msg[i]) << "a new message is zeroed";
+        msg[i] = uint8(0xa0 + i);
+    }
+    ASSERT_EQ(0, gen_msg_send(sess, msg));
+    const Bytes f = read_frame(peer_);
+    ASSERT_EQ(32u + 24u + 5u, f.size());
+    EXPECT_EQ(gbp_proto_gen, get16(f, 24));
+    EXPECT_EQ(gen_type_request, get16(f, 26));
+    const Bytes body(f.begin() + 32, f.end());
+    EXPECT_EQ((Bytes{0xfe, 0xed, 0xf0, 0x0d, 0, 0, 0, 1, 0, 0, 0, 0, 0, 0, 0, 5, 0, 0, 0, 0, 0, 0, 0,
+                     0, 0xa0, 0xa1, 0xa2, 0xa3, 0xa4}),
+              body);
+    EXPECT_EQ(0, gen_msg_free(&msg));
+    EXPECT_EQ(nullptr, msg);
+
+    // A pointer that gen_msg_create didn't make is refused.
+    uint8 plain[64] = {};
+    EXPECT_EQ(lc_err_assertion_failed, gen_msg_send(sess, plain + 32));
+}
+
+TEST_F(GclTest, GenMessagesReachTheirCallbacks)
+{
+    GenSeen seen;
+    ASSERT_EQ(0, gen_set_request_callback(gh_, gen_on_request, &seen));
+    ASSERT_EQ(0, gen_set_response_callback(gh_, gen_on_response, &seen));
+    gcl_session *sess = pair_session();
+    write_all(peer_, make_frame(gen_frame(1), gen_wire(0xFEEDF00D, 1, 3, {7, 8, 9})));
+    write_all(peer_, make_frame(gen_frame(2), gen_wire(0xFEEDF00D, 2, 0, {})));
+    ASSERT_EQ(0, gcl_session_read(sess));
+    EXPECT_EQ(1, seen.requests);
+    EXPECT_EQ(1, seen.responses);
+    EXPECT_TRUE(seen.last.empty());
+    EXPECT_EQ(gss_connected, sess->gs_state);
+    uint32 state = 0;
+    ASSERT_EQ(0, gen_query_session_state(gh_, sess, &state, nullptr));
+    EXPECT_EQ(uint32(gpss_init), state);
+}
+
+TEST_F(GclTest, GenMessagesWithoutCallbacksOrOfOddTypesKeepTheSession)
+{
+    gcl_session *sess = pair_session();
+    testing::internal::CaptureStderr();
+    write_all(peer_, make_frame(gen_frame(1), gen_wire(0xFEEDF00D, 1, 2, {1, 2})));
+    write_all(peer_, make_frame(gen_frame(2), gen_wire(0xFEEDF00D, 2, 0, {})));
+    write_all(peer_, make_frame(gen_frame(7), gen_wire(0xFEEDF00D, 7, 0, {})));
+    ASSERT_EQ(0, gcl_session_read(sess));
+    const std::string log = testing::internal::GetCapturedStderr();
+    EXPECT_NE(log.find("proto gen: in receive CATCHALL"), std::string::npos) << log;
+    EXPECT_NE(log.find("message received type 1 length 2"), std::string::npos) << log;
+    EXPECT_NE(log.find("RECV REQ:"), std::string::npos) << log;
+    EXPECT_NE(log.find("proto ccom: no request update callback"), std::string::npos) << log;
+    EXPECT_NE(log.find("proto ccom: no reponse update callback"), std::string::npos) << log;
+    EXPECT_NE(log.find("proto ccom: invalid body message type 7"), std::string::npos) << log;
+    EXPECT_EQ(gss_connected, sess->gs_state);
+}
+
+TEST_F(GclTest, GenEnvelopesThatDontHoldTogetherCloseTheSession)
+{
+    const std::vector<Bytes> bodies = {
+        gen_wire(0xDEADBEEF, 1, 0, {}),    // not the magic
+        gen_wire(0xFEEDF00D, 1, 100, {1}), // longer than the body
+        Bytes{0xfe, 0xed, 0xf0, 0x0d},     // shorter than the envelope
+    };
+    for (const Bytes &body : bodies) {
+        if (peer_ >= 0) {
+            close(peer_);
+            peer_ = -1;
+        }
+        gcl_session *sess = pair_session();
+        write_all(peer_, make_frame(gen_frame(1), body));
+        testing::internal::CaptureStderr();
+        gcl_session_read(sess);
+        const std::string log = testing::internal::GetCapturedStderr();
+        EXPECT_NE(log.find("closing after error condition"), std::string::npos) << log;
+        EXPECT_EQ(gss_closed, sess->gs_state);
+    }
+}
