@@ -143,6 +143,22 @@ TEST_F(SwidAssign, TheHandShakeMovesAPortWithItsDoneEvents)
     EXPECT_EQ("PAOS up", up.back());
     EXPECT_TRUE(receiver_->wait_for("Forcing port UP: [19]. Assign port to swid flow: [1]"));
 
+    // The port manager's stand-in plays the same hand-shake: port 84 from SWID 1 to 0.
+    at = rig_->journal().size();
+    const ovd_test::CtlResult moved =
+        rig_->portd({"--model", model_, "move-port", "84", "0", "--force"});
+    EXPECT_EQ(0, moved.code) << moved.out << moved.err;
+    EXPECT_NE(moved.out.find("/portd/events/port-disable-done: device 1 status 0"),
+              std::string::npos)
+        << moved.out;
+    EXPECT_NE(moved.out.find("/portd/events/port-enable-done: device 1 status 0"),
+              std::string::npos)
+        << moved.out;
+    const std::vector<std::string> move = writes_until(at, "PAOS up");
+    ASSERT_FALSE(move.empty());
+    EXPECT_EQ("PAOS down", move.front());
+    EXPECT_EQ("PAOS up", move.back());
+
     // A port the daemon doesn't hold: its error in the answer.
     std::vector<std::string> bad = {"event",          "/portd/events/port-disable",
                                     "dev_id=uint32:1", "port_num=uint32:1",

@@ -10,6 +10,9 @@
 //                            named) and print its port-enable-done answer
 //   disable DEVID [LOCAL...] ask it to disable them; that operation is answered by silence
 //   validate DEVID...        ask for the device's validation and print the answer
+//   move-port IFINDEX SWID [--force]
+//                            move a port from its SWID (the model's) to another by the
+//                            hand-shake of operation 1, printing both answers
 //   remove DEVID...          take the devices out of the daemon's tables, printing the
 //                            device-remove-done answers
 //   burn-device DEVID        the firmware-burn flow: announce the bare device
@@ -69,6 +72,7 @@ const char pl_event_port_enable_done[] = "/portd/events/port-enable-done";
 const char pl_event_port_disable[] = "/portd/events/port-disable";
 const char pl_event_validate[] = "/portd/events/device-validate-ib";
 const char pl_event_validate_done[] = "/ib/events/device-validate-ib-done";
+const char pl_event_port_disable_done[] = "/portd/events/port-disable-done";
 const char pl_event_remove[] = "/portd/events/device-remove";
 const char pl_event_remove_done[] = "/ib/events/device-remove-done";
 const char pl_event_burn_device[] = "/portd/events/add-burn-device";
@@ -118,6 +122,7 @@ void pl_usage(FILE *out)
             "  enable DEVID [LOCAL...]\n"
             "  disable DEVID [LOCAL...]\n"
             "  validate DEVID...\n"
+            "  move-port IFINDEX SWID [--force]\n"
             "  remove DEVID...\n"
             "  burn-device DEVID\n"
             "  burn-port DEVID LOCAL\n"
@@ -177,6 +182,7 @@ int pl_on_event(gcl_session *sess, bn_request **inout_request, void *arg)
                             strcmp(ts_str(name), pl_event_port_enable_done) != 0 &&
                             strcmp(ts_str(name), pl_event_validate_done) != 0 &&
                             strcmp(ts_str(name), pl_event_remove_done) != 0 &&
+                            strcmp(ts_str(name), pl_event_port_disable_done) != 0 &&
                             strcmp(ts_str(name), pl_event_burn_device_done) != 0 &&
                             strcmp(ts_str(name), pl_event_burn_port_done) != 0)) {
         goto bail;
@@ -622,6 +628,51 @@ bail:
     return err;
 }
 
+// move-port IFINDEX SWID [--force]: the SWID hand-shake, a disable out of the port's SWID
+// (the model's) and an enable into the new one, both with operation PORT_MAP_TO_SWID; the
+// two answers are printed.
+int pl_cmd_move_port(pl_client *client, const pl_options &opts, const pl_model &model,
+                     uint32 ifindex, uint32 swid, tbool force, int *ret_exit)
+{
+    int err = 0;
+    const uint32 dev_id = ifindex / pl_ports_per_device;
+    const uint32 local = ifindex % pl_ports_per_device;
+    const auto dev = model.pm_devices.find(dev_id);
+    std::vector<pl_binding> bindings;
+
+    if (dev == model.pm_devices.end() || dev->second.pd_ports.count(local) == 0) {
+        fprintf(stderr, "portd-lite: no port with ifindex %u in the model\n", ifindex);
+        *ret_exit = pl_exit_usage;
+        return 0;
+    }
+    const uint32 old_swid = dev->second.pd_ports.at(local).pp_swid;
+    auto event = [&](uint32 in_swid) {
+        return std::vector<pl_binding>{{"dev_id", "uint32", std::to_string(dev_id)},
+                                       {"port_num", "uint32", "1"},
+                                       {"operation", "uint8", "1"},
+                                       {"swid_1", "uint8", std::to_string(in_swid)},
+                                       {"local_1", "uint8", std::to_string(local)},
+                                       {"ifindex_1", "uint32", std::to_string(ifindex)},
+                                       {"force_1", "bool", force ? "true" : "false"}};
+    };
+    err = pl_declare_interest(client, opts, pl_event_port_disable_done);
+    bail_error_quiet(err);
+    err = pl_declare_interest(client, opts, pl_event_port_enable_done);
+    bail_error_quiet(err);
+    err = pl_ask_device(client, opts, pl_event_port_disable, event(old_swid),
+                        pl_event_port_disable_done, dev_id, ret_exit);
+    bail_error_quiet(err);
+    if (*ret_exit != pl_exit_ok) {
+        goto bail;
+    }
+    err = pl_ask_device(client, opts, pl_event_port_enable, event(swid), pl_event_port_enable_done,
+                        dev_id, ret_exit);
+    bail_error_quiet(err);
+
+bail:
+    return err;
+}
+
 // burn-device DEVID, burn-port DEVID LOCAL: the firmware-burn flow, from the model.
 int pl_cmd_burn(pl_client *client, const pl_options &opts, const pl_model &model, uint32 dev_id,
                 int32 local, int *ret_exit)
@@ -723,6 +774,7 @@ int main(int argc, char **argv)
     pl_routes routes;
     std::vector<pl_binding> bindings;
     std::vector<uint32> dev_ids;
+    tbool move_force = false;
     std::string why;
     std::string command;
     std::vector<std::string> args;
@@ -824,6 +876,25 @@ int main(int argc, char **argv)
             return pl_exit_usage;
         }
         pl_route_bindings(routes, &bindings);
+    } else if (command == "move-port") {
+        if (pl_model_load(opts.po_model, &model, &why) != 0) {
+            fprintf(stderr, "portd-lite: %s\n", why.c_str());
+            return pl_exit_usage;
+        }
+        for (const std::string &arg : args) {
+            if (arg == "--force") {
+                move_force = true;
+            } else if (pl_parse_uint(arg.c_str(), &num)) {
+                dev_ids.push_back(num);
+            } else {
+                fprintf(stderr, "portd-lite: bad argument '%s'\n", arg.c_str());
+                return pl_exit_usage;
+            }
+        }
+        if (dev_ids.size() != 2 || dev_ids[1] > 7) {
+            fprintf(stderr, "portd-lite: move-port wants IFINDEX SWID (0-7) [--force]\n");
+            return pl_exit_usage;
+        }
     } else if (command == "enable" || command == "disable" || command == "validate" ||
                command == "remove" || command == "burn-device" || command == "burn-port") {
         if (pl_model_load(opts.po_model, &model, &why) != 0) {
@@ -900,6 +971,8 @@ int main(int argc, char **argv)
         err = pl_cmd_publish_map(&client, opts, model, dev_ids);
     } else if (err == 0 && command == "validate") {
         err = pl_cmd_validate(&client, opts, dev_ids, &status);
+    } else if (err == 0 && command == "move-port") {
+        err = pl_cmd_move_port(&client, opts, model, dev_ids[0], dev_ids[1], move_force, &status);
     } else if (err == 0 && command == "remove") {
         err = pl_cmd_remove(&client, opts, dev_ids, &status);
     } else if (err == 0 && command == "burn-device") {
