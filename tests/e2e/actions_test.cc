@@ -59,7 +59,7 @@ TEST_F(Actions, ResetPortCountersClearsWhatPerfquerySees)
     rig_->shift_clock(5001);
     const std::string cleared =
         rig_->lite().ctl({"get", "/ib/state/externalports/65/symbol_err_cnt"}).out;
-    EXPECT_EQ(cleared.size() - 2, cleared.rfind("  0\n")) << cleared;
+    EXPECT_EQ(cleared.size() - 4, cleared.rfind("  0\n")) << cleared;
 
     // A port nobody announced, a value of the wrong type, no value at all.
     for (const std::vector<std::string> &bad :
