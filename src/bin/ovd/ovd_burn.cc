@@ -56,23 +56,15 @@ const char *ovd_burn_dev_name(uint32 devid)
 int ovd_send_burn_add_device_done_event(uint32 status, uint32 devid)
 {
     int err = 0;
-    bn_request *req = nullptr;
 
     lc_log_basic(LOG_NOTICE,
                  "OVD sends add burn device: [%u, %s] done event to portd with: [%s] status", devid,
                  ovd_burn_dev_name(devid), status != 0 ? "Failure" : "Success");
-    err = bn_event_request_msg_create(&req, ovd_burn_add_done_event);
-    bail_error(err);
-    err = ovd_add_value(req, "status", 0, bt_uint32, status);
-    bail_error(err);
-    err = ovd_add_value(req, "dev_id", 0, bt_uint32, devid);
-    bail_error(err);
-    bail_null(g_ovd_event_send);
-    err = g_ovd_event_send(req);
+    err = ovd_send_event_values(ovd_burn_add_done_event,
+                                {{"status", bt_uint32, status}, {"dev_id", bt_uint32, devid}});
     bail_error(err);
 
 bail:
-    bn_request_msg_free(&req);
     return err;
 }
 
@@ -119,29 +111,20 @@ answer:
 int ovd_send_enable_burn_port_done_event(uint32 status, uint32 devid, uint8 local, uint8 label)
 {
     int err = 0;
-    bn_request *req = nullptr;
 
     lc_log_basic(LOG_NOTICE,
                  "OVD sends enable burn port done for device: [%u, %s], label port: [%u] with: "
                  "[%s] status\n",
                  devid, ovd_burn_dev_name(devid), static_cast<uint32>(label),
                  status != 0 ? "Failure" : "Success");
-    err = bn_event_request_msg_create(&req, ovd_burn_port_done_event);
-    bail_error(err);
-    err = ovd_add_value(req, "status", 0, bt_uint32, status);
-    bail_error(err);
-    err = ovd_add_value(req, "dev_id", 0, bt_uint32, devid);
-    bail_error(err);
-    err = ovd_add_value(req, "lcl_port", 0, bt_uint8, local);
-    bail_error(err);
-    err = ovd_add_value(req, "label_port", 0, bt_uint8, label);
-    bail_error(err);
-    bail_null(g_ovd_event_send);
-    err = g_ovd_event_send(req);
+    err = ovd_send_event_values(ovd_burn_port_done_event,
+                                {{"status", bt_uint32, status},
+                                 {"dev_id", bt_uint32, devid},
+                                 {"lcl_port", bt_uint8, local},
+                                 {"label_port", bt_uint8, label}});
     bail_error(err);
 
 bail:
-    bn_request_msg_free(&req);
     return err;
 }
 

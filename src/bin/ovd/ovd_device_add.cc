@@ -534,28 +534,17 @@ int ovd_send_device_add_done_event(uint32 status, uint32 devid)
 {
     int err = 0;
     const devinfo *dev = devid <= OVD_MAX_DEVICE_ID ? devsinfo[devid] : nullptr;
-    bn_request *req = nullptr;
 
     lc_log_basic(LOG_NOTICE,
                  "OVD sends device: [%u, %s/%d] add done event to portd with: [%s] status\n", devid,
                  dev != nullptr && dev->subsystem_name != nullptr ? ts_str(dev->subsystem_name) : "",
                  dev != nullptr ? static_cast<int>(dev->index_inside_slot) : 0,
                  status != 0 ? "Failure" : "Success");
-
-    err = bn_event_request_msg_create(&req, ovd_device_add_done_event);
-    bail_error(err);
-    bail_null(req);
-    err = ovd_add_value(req, "status", 0, bt_uint32, status);
-    bail_error(err);
-    err = ovd_add_value(req, "dev_id", 0, bt_uint32, devid);
-    bail_error(err);
-
-    bail_null(g_ovd_event_send);
-    err = g_ovd_event_send(req);
+    err = ovd_send_event_values(ovd_device_add_done_event,
+                                {{"status", bt_uint32, status}, {"dev_id", bt_uint32, devid}});
     bail_error(err);
 
 bail:
-    bn_request_msg_free(&req);
     return err;
 }
 

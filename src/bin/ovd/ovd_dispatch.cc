@@ -278,6 +278,27 @@ bail:
     return err;
 }
 
+int ovd_send_event_values(const char *event_name, std::initializer_list<ovd_event_value> values)
+{
+    int err = 0;
+    bn_request *req = nullptr;
+
+    err = bn_event_request_msg_create(&req, event_name);
+    bail_error(err);
+    bail_null(req);
+    for (const ovd_event_value &v : values) {
+        err = ovd_add_value(req, v.name, 0, v.type, v.value);
+        bail_error(err);
+    }
+    bail_null(g_ovd_event_send);
+    err = g_ovd_event_send(req);
+    bail_error(err);
+
+bail:
+    bn_request_msg_free(&req);
+    return err;
+}
+
 int ovd_add_value(bn_request *req, const char *name, int name_index, bn_type type,
                   uint64 value)
 {

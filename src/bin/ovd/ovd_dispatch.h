@@ -3,6 +3,8 @@
 // of the flows.
 #pragma once
 
+#include <initializer_list>
+
 #include "bnode_proto.h"
 #include "bnode_session.h"
 #include "common.h"
@@ -28,5 +30,15 @@ int util_get_bindings_children(bn_binding_array **bindings, const char *nodes_tr
 
 // Appends one binding to an event: named `name`, or "<name>_<index>" for a non-zero index,
 // holding the low bits of `value` that the type takes (uint8, uint32, uint64, tbool).
+// One value of an event that ovd_send_event_values builds.
+struct ovd_event_value {
+    const char *name;
+    bn_type type;
+    uint64 value;
+};
+
+// Sends an event of the named values, in their order, through the daemon's event sender.
+int ovd_send_event_values(const char *event_name, std::initializer_list<ovd_event_value> values);
+
 int ovd_add_value(bn_request *req, const char *name, int name_index, bn_type type,
                   uint64 value);

@@ -92,22 +92,13 @@ bail:
 int ovd_send_device_validate_done_event(validation_status status, uint32 devid)
 {
     int err = 0;
-    bn_request *req = nullptr;
 
     lc_log_basic(LOG_INFO, "Send device %u validate done event to portd", devid);
-    err = bn_event_request_msg_create(&req, ovd_validate_done_event);
-    bail_error(err);
-    bail_null(req);
-    err = ovd_add_value(req, "dev_id", 0, bt_uint32, devid);
-    bail_error(err);
-    err = ovd_add_value(req, "status", 0, bt_uint32, status);
-    bail_error(err);
-    bail_null(g_ovd_event_send);
-    err = g_ovd_event_send(req);
+    err = ovd_send_event_values(ovd_validate_done_event,
+                                {{"dev_id", bt_uint32, devid}, {"status", bt_uint32, status}});
     bail_error(err);
 
 bail:
-    bn_request_msg_free(&req);
     return err;
 }
 
