@@ -44,20 +44,7 @@ protected:
         ASSERT_EQ(0, enable.code) << enable.out << enable.err;
     }
 
-    // "TYPE VALUE" of one node, or "" with no answer.
-    std::string get(const std::string &name)
-    {
-        const ovd_test::CtlResult r = rig_->lite().ctl({"get", name});
-        const size_t at = r.out.find(name + " ");
-        if (r.code != 0 || at == std::string::npos) {
-            return "";
-        }
-        std::string rest = r.out.substr(at + name.size());
-        rest = rest.substr(rest.find_first_not_of(' '));
-        rest = rest.substr(0, rest.find('\n'));
-        const size_t gap = rest.find(' ');
-        return rest.substr(0, gap) + " " + rest.substr(rest.find_first_not_of(' ', gap));
-    }
+    std::string get(const std::string &name) { return node(name); }
 
     // The value alone.
     std::string value(const std::string &ifindex, const std::string &attr)

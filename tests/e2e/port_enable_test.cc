@@ -72,27 +72,6 @@ protected:
         ASSERT_EQ(0, add.code) << add.err;
     }
 
-    // Sends an event and gives the answer the daemon sends back as `answer`.
-    ovd_test::CtlResult ask(const std::vector<std::string> &event_args, const std::string &answer)
-    {
-        const std::string waiter =
-            rig_->lite().start_waiter({"wait-event", answer, "--timeout", "20"});
-        const ovd_test::CtlResult sent = rig_->lite().ctl(event_args);
-        EXPECT_EQ(0, sent.code) << sent.err;
-        return rig_->lite().finish_waiter(waiter);
-    }
-
-    // Waits until the journal holds `count` more lines than `from`.
-    std::vector<ovd_test::RegisterAccess> journal_after(size_t from, size_t count)
-    {
-        std::vector<ovd_test::RegisterAccess> acc;
-        for (int i = 0; i < 500 && (acc = rig_->journal(from)).size() < count; ++i) {
-            std::this_thread::sleep_for(10ms);
-        }
-        return acc;
-    }
-
-
 };
 
 TEST_F(PortEnable, EveryPortGetsItsAttributesAndStateAndIsListed)

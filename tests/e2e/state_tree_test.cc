@@ -35,21 +35,7 @@ protected:
         ASSERT_EQ(0, rig_->portd({"add-devices", "1"}).code);
     }
 
-    // The value mgmtctl prints for one node ("TYPE VALUE"), or "" with no answer.
-    std::string get(const std::string &name)
-    {
-        const ovd_test::CtlResult r = rig_->lite().ctl({"get", name});
-        const size_t at = r.out.find(name + " ");
-        if (r.code != 0 || at == std::string::npos) {
-            return "";
-        }
-        std::string rest = r.out.substr(at + name.size());
-        rest = rest.substr(rest.find_first_not_of(' '));
-        rest = rest.substr(0, rest.find('\n'));
-        // "TYPE   VALUE" with the columns collapsed.
-        const size_t gap = rest.find(' ');
-        return rest.substr(0, gap) + " " + rest.substr(rest.find_first_not_of(' ', gap));
-    }
+    std::string get(const std::string &name) { return node(name); }
 };
 
 TEST_F(StateTree, DevicesLimitsAndSettledStatusAreAnswered)

@@ -61,15 +61,6 @@ protected:
         return out;
     }
 
-    ovd_test::CtlResult ask(const std::vector<std::string> &event_args, const std::string &answer)
-    {
-        const std::string waiter =
-            rig_->lite().start_waiter({"wait-event", answer, "--timeout", "20"});
-        const ovd_test::CtlResult sent = rig_->lite().ctl(event_args);
-        EXPECT_EQ(0, sent.code) << sent.err;
-        return rig_->lite().finish_waiter(waiter);
-    }
-
     std::string model_;
 };
 

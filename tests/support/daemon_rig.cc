@@ -8,6 +8,7 @@
 #include <csignal>
 #include <filesystem>
 #include <sstream>
+#include <thread>
 
 namespace ovd_test {
 
@@ -175,6 +176,41 @@ void DaemonRigTest::TearDown()
     if (!dir_.empty()) {
         std::filesystem::remove_all(dir_);
     }
+}
+
+std::string DaemonRigTest::node(const std::string &name)
+{
+    const CtlResult r = rig_->lite().ctl({"get", name});
+    const size_t at = r.out.find(name + " ");
+    if (r.code != 0 || at == std::string::npos) {
+        return "";
+    }
+    std::string rest = r.out.substr(at + name.size());
+    rest = rest.substr(rest.find_first_not_of(' '));
+    rest = rest.substr(0, rest.find('\n'));
+    // "TYPE   VALUE" with the columns collapsed.
+    const size_t gap = rest.find(' ');
+    if (gap == std::string::npos) {
+        return rest;
+    }
+    return rest.substr(0, gap) + " " + rest.substr(rest.find_first_not_of(' ', gap));
+}
+
+CtlResult DaemonRigTest::ask(const std::vector<std::string> &event_args, const std::string &answer)
+{
+    const std::string waiter = rig_->lite().start_waiter({"wait-event", answer, "--timeout", "20"});
+    const CtlResult sent = rig_->lite().ctl(event_args);
+    EXPECT_EQ(0, sent.code) << sent.err;
+    return rig_->lite().finish_waiter(waiter);
+}
+
+std::vector<RegisterAccess> DaemonRigTest::journal_after(size_t from, size_t count)
+{
+    std::vector<RegisterAccess> acc;
+    for (int i = 0; i < 500 && (acc = rig_->journal(from)).size() < count; ++i) {
+        std::this_thread::sleep_for(10ms);
+    }
+    return acc;
 }
 
 std::string DaemonRigTest::complaints() const

@@ -96,6 +96,15 @@ protected:
     // The daemon's complaints so far (error and warning lines), for failure messages.
     std::string complaints() const;
 
+    // The answer to a get of one node as "TYPE VALUE", or "" when nothing answered.
+    std::string node(const std::string &name);
+    // Sends an event through mgmtctl and gives the event `answer` that comes back (as
+    // mgmtctl wait-event prints it).
+    CtlResult ask(const std::vector<std::string> &event_args, const std::string &answer);
+    // The register accesses after the first `from`, once there are `count` of them (or
+    // after five seconds).
+    std::vector<RegisterAccess> journal_after(size_t from, size_t count);
+
     static inline bool sandboxed_ = false;
     static inline std::string why_;
     std::string dir_;
