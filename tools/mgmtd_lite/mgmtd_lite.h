@@ -142,6 +142,9 @@ struct ml_server {
     // Relay every event to every other client, asked for or not: plays a peer that sends
     // what a client never declared (tests of a client's robustness).
     tbool ms_relay_all_events = false;
+    // Queries are not logged (their forwarding and answers neither): a benchmark of the
+    // owner's answers wants the stand-in's own diagnostics out of the way.
+    tbool ms_quiet_queries = false;
     ml_db ms_db;
     ml_registration ms_reg;
     std::map<gcl_session *, ml_client> ms_clients;

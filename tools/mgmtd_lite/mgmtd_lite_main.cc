@@ -1,5 +1,5 @@
 // mgmtd-lite [--sock-root PREFIX] [--config FILE] [--registration FILE]
-//            [--forward-timeout SECONDS] [--relay-all-events] [--verbose]
+//            [--forward-timeout SECONDS] [--relay-all-events] [--quiet-queries] [--verbose]
 #include <sys/stat.h>
 
 #include <cerrno>
@@ -17,7 +17,8 @@ void ml_usage(FILE *out)
 {
     fprintf(out,
             "usage: mgmtd-lite [--sock-root PREFIX] [--config FILE] [--registration FILE]\n"
-            "                  [--forward-timeout SECONDS] [--relay-all-events] [--verbose]\n"
+            "                  [--forward-timeout SECONDS] [--relay-all-events] [--quiet-queries]\n"
+            "                  [--verbose]\n"
             "  --sock-root PREFIX         directory put in front of " GCL_SOCK_DIR "\n"
             "  --config FILE              bindings to load, one 'NAME TYPE VALUE' a line\n"
             "  --registration FILE        nodes of the owner's tree, one name a line,\n"
@@ -26,6 +27,7 @@ void ml_usage(FILE *out)
             "  --forward-timeout SECONDS  wait for the owner's answer (default 5)\n"
             "  --relay-all-events         relay every event to every other client, whether\n"
             "                             it declared interest or not\n"
+            "  --quiet-queries            don't log queries, their forwarding and answers\n"
             "  --verbose                  log the libraries' lines down to debug level\n");
 }
 
@@ -81,6 +83,8 @@ int main(int argc, char **argv)
             verbose = true;
         } else if (arg == "--relay-all-events") {
             srv.ms_relay_all_events = true;
+        } else if (arg == "--quiet-queries") {
+            srv.ms_quiet_queries = true;
         } else if (arg == "--help" || arg == "-h") {
             ml_usage(stdout);
             return 0;

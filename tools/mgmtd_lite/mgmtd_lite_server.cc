@@ -179,7 +179,9 @@ int ml_forward(ml_server *srv, gcl_session *owner, bn_request *fwd, gcl_session 
     err = lew_event_reg_timer(srv->ms_lwc, &p->mp_timer, ml_pending_timeout, p,
                               srv->ms_forward_timeout_ms);
     bail_error(err);
-    ml_log_line("forward %s to '%s'", what.c_str(), ml_client_name(srv, owner).c_str());
+    if (!srv->ms_quiet_queries || resp_type != bbmt_query_response) {
+        ml_log_line("forward %s to '%s'", what.c_str(), ml_client_name(srv, owner).c_str());
+    }
 
 bail:
     return err;
@@ -218,9 +220,11 @@ int ml_on_owner_response(gcl_session *sess, bn_response **inout_response, void *
     }
     err = bn_response_get_takeover(*inout_response, &code, &msg, false, &bindings, &node_ids);
     bail_error(err);
-    ml_log_line("response from '%s' for %s: code %u, %u bindings",
-                ml_client_name(srv, sess).c_str(), pending->mp_what.c_str(), code,
-                bn_binding_array_length_quick(bindings));
+    if (!srv->ms_quiet_queries || pending->mp_resp_type != bbmt_query_response) {
+        ml_log_line("response from '%s' for %s: code %u, %u bindings",
+                    ml_client_name(srv, sess).c_str(), pending->mp_what.c_str(), code,
+                    bn_binding_array_length_quick(bindings));
+    }
     if (pending->mp_asker != nullptr) {
         err = bn_response_msg_create(&out, pending->mp_resp_type, pending->mp_asker_msg_id, code,
                                      ts_str_maybe(msg));
@@ -242,8 +246,10 @@ int ml_on_owner_response(gcl_session *sess, bn_response **inout_response, void *
             err = bn_response_msg_append_binding_takeover(out, &binding, node_id);
             bail_error(err);
         }
-        ml_log_line("relay response to '%s': code %u",
-                    ml_client_name(srv, pending->mp_asker).c_str(), code);
+        if (!srv->ms_quiet_queries || pending->mp_resp_type != bbmt_query_response) {
+            ml_log_line("relay response to '%s': code %u",
+                        ml_client_name(srv, pending->mp_asker).c_str(), code);
+        }
         err = bn_response_msg_send(pending->mp_asker, out);
         bail_error(err);
     }
@@ -564,7 +570,9 @@ int ml_on_query(gcl_session *sess, bn_request **inout_request, void *arg)
             }
         }
     }
-    ml_log_line("query from '%s': %s", ml_client_name(srv, sess).c_str(), summary.c_str());
+    if (!srv->ms_quiet_queries) {
+        ml_log_line("query from '%s': %s", ml_client_name(srv, sess).c_str(), summary.c_str());
+    }
 
     if (bn_request_msg_get_node_count(fwd) == 0) {
         // Everything was answered here, an instance list of a port family included.
