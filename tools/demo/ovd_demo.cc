@@ -7,10 +7,14 @@
 // where the script says so, with the other stand-ins).  At the end, or on Ctrl-C, it stops
 // the daemon and the stand-in and tells how they ended.
 //
-//   ovd-demo [--script FILE] [--config FILE] [--registration FILE] [--model FILE] [--stay]
+//   ovd-demo [--script FILE] [--config FILE] [--registration FILE] [--model FILE] [--swid]
+//            [--stay]
+//
+// --swid walks through moving ports between the SWIDs of a switch split in two.
 //
 // Script lines: "# text" is printed as a heading; "pause SECONDS" waits; "! PROGRAM ARGS..."
-// runs a stand-in program from the build (by its target name); "% STATEMENT" changes the
+// runs a stand-in program from the build (by its target name; "@model" in its arguments is
+// the register model's path); "% STATEMENT" changes the
 // simulated switch
 // behind the daemon's back (a port statement of the register model, applied before the
 // daemon's next register access); anything else is a mgmtctl command line.
@@ -29,6 +33,7 @@
 #include <vector>
 
 #include "fabric.h"
+#include "daemon_rig.h"
 #include "sandbox.h"
 #include "stand_ins.h"
 
@@ -146,12 +151,17 @@ int main(int argc, char **argv)
             registration = argv[++i];
         } else if (arg == "--model" && i + 1 < argc) {
             model = argv[++i];
+        } else if (arg == "--swid") {
+            // The switch split into two SWIDs, on the profile that moves ports between them.
+            script = OVD_DEMO_DIR "/walkthrough-swid.txt";
+            config = OVD_DEMO_DIR "/mgmtd-lite-swid.conf";
+            model = ovd_test::register_models_dir() + "/multi_swid.model";
         } else if (arg == "--stay") {
             stay = true;
         } else {
             fprintf(stderr,
                     "usage: ovd-demo [--script FILE] [--config FILE] [--registration FILE] "
-                    "[--model FILE] [--stay]\n");
+                    "[--model FILE] [--swid] [--stay]\n");
             return 2;
         }
     }
@@ -197,7 +207,9 @@ int main(int argc, char **argv)
         std::filesystem::create_directories("/var/opt/vqdreg");
         std::string platform =
             "model " + model + "\njournal " + journal + "\ncontrol " + control + "\n";
-        if (have_fabric && model == "builtin:standalone36") {
+        if (have_fabric && (model == "builtin:standalone36" ||
+                            (model.size() >= 16 &&
+                             model.compare(model.size() - 16, 16, "multi_swid.model") == 0))) {
             // The standalone switch is the fabric's sw1: its links follow its PAOS writes.
             platform += "fabric " + fabric.dir() + "/ctl.fifo 1=sw1\n";
         }
@@ -256,6 +268,12 @@ int main(int argc, char **argv)
                 words.erase(words.begin());
                 argv_run = words;
                 argv_run[0] = std::string(OVD_TOOLS_DIR "/") + words[0];
+                // "@model" stands for the register model the demo runs on.
+                for (std::string &word : argv_run) {
+                    if (word == "@model") {
+                        word = model;
+                    }
+                }
                 shown = line.substr(2);
             } else {
                 argv_run = lite.ctl_argv(words);
