@@ -90,6 +90,11 @@ TEST_F(PortRemoval, ARemovedDeviceTakesItsPortsAndCanComeBack)
     EXPECT_EQ("", get("/ib/state/devid/1/max-hw-cap-speed"));
     const ovd_test::CtlResult devs = rig_->lite().ctl({"iterate", "/ib/state/devid"});
     EXPECT_EQ(devs.out.find("/ib/state/devid/1"), std::string::npos) << devs.out;
+    // The port table printed now has none of them.
+    ASSERT_EQ(0, rig_->lite().ctl({"action", "/ib/actions/print-if"}).code);
+    ASSERT_TRUE(receiver_->wait_for("Ovd dump of ifindexs hash table"));
+    receiver_->drain(200ms);
+    EXPECT_LT(receiver_->find("Ifindex          : [6"), 0);
 
     // A device that was never added: a warning, and success.
     done = ask({"event", "/portd/events/device-remove", "dev_id=uint32:7"},
