@@ -10,6 +10,7 @@
 #include <thread>
 #include <vector>
 
+#include "log_collector.h"
 #include "logging.h"
 #include "sa_registers.h"
 #include "sandbox.h"
@@ -32,61 +33,7 @@ const char kPplmModel[] = "device 1 pplm=yes\n"
                           "port 1 8 fec_auto=64\n"
                           "module 1 0-7 present=yes\n";
 
-// Collects the process's syslog lines on a thread of its own, so that a burst of lines
-// never fills the socket and blocks the code under test.
-class LogCollector {
-public:
-    LogCollector() : thread_([this] { run(); }) {}
-    ~LogCollector()
-    {
-        stop_ = true;
-        thread_.join();
-    }
-    bool wait_for(const std::string &needle)
-    {
-        for (int i = 0; i < 200; ++i) {
-            {
-                std::lock_guard<std::mutex> lock(mu_);
-                if (receiver_.find(needle) >= 0) {
-                    return true;
-                }
-            }
-            std::this_thread::sleep_for(10ms);
-        }
-        return false;
-    }
-    // The first line containing `needle`, waiting for it; empty if none came.
-    std::string line_of(const std::string &needle)
-    {
-        if (!wait_for(needle)) {
-            return "";
-        }
-        std::lock_guard<std::mutex> lock(mu_);
-        return receiver_.lines()[static_cast<size_t>(receiver_.find(needle))];
-    }
-    void clear()
-    {
-        std::lock_guard<std::mutex> lock(mu_);
-        receiver_.drain();
-        receiver_.clear();
-    }
-
-private:
-    void run()
-    {
-        while (!stop_) {
-            {
-                std::lock_guard<std::mutex> lock(mu_);
-                receiver_.drain();
-            }
-            std::this_thread::sleep_for(2ms);
-        }
-    }
-    std::mutex mu_;
-    ovd_test::SyslogReceiver receiver_;
-    std::atomic<bool> stop_{false};
-    std::thread thread_;
-};
+using ovd_test::LogCollector;
 
 class RegistersTest : public ::testing::Test {
 protected:
