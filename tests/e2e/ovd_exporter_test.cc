@@ -23,7 +23,8 @@ const char kConfig[] =
     "/system/chassis/ha/state/system_type_mirror uint32    36\n"
     "/system/chassis/config/profile              uint8     0\n"
     "/system/chassis/config/system_m_key         uint64    1234605616436508552\n"
-    "/ib/config/externalports/65/speed           uint8     4\n";
+    "/ib/config/externalports/65/speed           uint8     4\n"
+    "/portd/config/ifindex/66/swid               uint8     0\n";
 
 struct HttpReply {
     int status = 0;
@@ -119,7 +120,10 @@ TEST_F(OvdExporter, ScrapesInBothFormatsSharedReadsAndTimeOuts)
         << r.body;
     EXPECT_NE(r.body.find("ovd_port_info{ifindex=\"65\",port=\"IB1/1\",state=\"Active\","),
               std::string::npos);
-    EXPECT_NE(r.body.find("ovd_port_receive_bytes_total{ifindex=\"66\""), std::string::npos);
+    // Port 66's SWID is in the configuration, 65's is not.
+    EXPECT_NE(r.body.find("ovd_port_receive_bytes_total{ifindex=\"66\",port=\"IB1/2\",swid=\"0\"} "),
+              std::string::npos)
+        << r.body;
     // A port that answers nothing is left out, not reported as zero.
     EXPECT_EQ(r.body.find("ifindex=\"69\""), std::string::npos);
 

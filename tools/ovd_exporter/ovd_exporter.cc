@@ -4,7 +4,9 @@
 //   ovd-exporter [--sock-root PREFIX] [--listen ADDRESS] [--port N] [--timeout S]
 //
 // GET /metrics answers from one read of every port (one compound query a port).  Scrapes
-// that arrive while a read is under way wait for that read and share its result.  A read
+// that arrive while a read is under way wait for that read and share its result.  Port
+// series carry ifindex, port (the interface name) and, where the port manager's
+// configuration names it, swid.  A read
 // that the management daemon doesn't finish within the time-out gives 503 with the reason;
 // a lost session is opened again on the next scrape.  A port that answers nothing (not
 // enabled, not served) is left out, never reported as zeros.
@@ -206,9 +208,15 @@ const ox_family ox_counters[] = {
      "xmit_wait"},
 };
 
+// ifindex, port and, where the configuration names it, swid.
 std::string ox_labels(const pr_port &p)
 {
-    return "ifindex=\"" + p.ifindex + "\",port=\"" + ox_label_value(p.field("if_name")) + "\"";
+    std::string labels =
+        "ifindex=\"" + p.ifindex + "\",port=\"" + ox_label_value(p.field("if_name")) + "\"";
+    if (!p.field("swid").empty()) {
+        labels += ",swid=\"" + ox_label_value(p.field("swid")) + "\"";
+    }
+    return labels;
 }
 
 void ox_head(std::string *out, bool om, const char *name, const char *type, const char *help)

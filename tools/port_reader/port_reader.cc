@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <cstring>
 
 #include "bnode.h"
 #include "bnode_proto.h"
@@ -17,6 +18,7 @@ namespace port_reader {
 namespace {
 
 const char pr_family[] = "/ib/state/externalports";
+const char pr_swid_config[] = "/portd/config/ifindex";
 // Asked beside all_data, which doesn't carry them.
 const char *const pr_extra[] = {"speed", "operational_vl", "fec"};
 
@@ -153,6 +155,11 @@ int pr_read_port(md_client_context *mcc, const std::string &ifindex, pr_port *re
         err = bn_query_request_msg_append_str(req, bqso_get, 0, (base + extra).c_str(), nullptr);
         bail_error(err);
     }
+    // The port's SWID as the port manager's configuration gives it, where it does.
+    err = bn_query_request_msg_append_str(req, bqso_get, 0,
+                                          (std::string(pr_swid_config) + "/" + ifindex + "/swid").c_str(),
+                                          nullptr);
+    bail_error(err);
     err = mdc_send_mgmt_msg(mcc, req, false, &bindings, ret_code, nullptr);
     bail_error_quiet(err);
     for (uint32 i = 0; bindings != nullptr && i < bn_binding_array_length_quick(bindings); ++i) {
@@ -165,7 +172,9 @@ int pr_read_port(md_client_context *mcc, const std::string &ifindex, pr_port *re
         }
         const std::string name = ts_str(b->bn_node_name);
         const std::string leaf = name.substr(name.rfind('/') + 1);
-        if (leaf == "all_data") {
+        if (name.compare(0, strlen(pr_swid_config), pr_swid_config) == 0) {
+            ret_port->fields["swid"] = value;
+        } else if (leaf == "all_data") {
             pr_parse_all_data(value, &ret_port->fields);
             ret_port->answered = true;
         } else {

@@ -19,7 +19,8 @@ struct pr_port {
     std::string ifindex;
     bool answered = false;
     // "all_data"'s fields (if_name, state, physical_state, width, rate, mtu, the counters,
-    // ...) and the separately asked "speed", "operational_vl" and "fec".
+    // ...), the separately asked "speed", "operational_vl" and "fec", and "swid" where the
+    // port manager's configuration names the port's SWID.
     std::map<std::string, std::string> fields;
 
     const std::string &field(const std::string &name) const;
@@ -35,7 +36,7 @@ bool pr_mgmtd_reachable();
 int pr_list_ports(md_client_context *mcc, std::vector<std::string> *ret_ifindexes,
                   uint32 *ret_code);
 
-// One port, by one query of four nodes.
+// One port, by one query of five nodes.
 int pr_read_port(md_client_context *mcc, const std::string &ifindex, pr_port *ret_port,
                  uint32 *ret_code);
 
