@@ -161,6 +161,18 @@ TEST_F(OvdExporter, ScrapesInBothFormatsSharedReadsAndTimeOuts)
     EXPECT_EQ(200, r.status) << r.body;
 
     EXPECT_EQ(404, http_get(port_, "/nothing").status);
+
+    // The management daemon gone: the session is dropped and each scrape tries a new one,
+    // telling why it can't.
+    rig_->lite().child()->signal(SIGKILL);
+    rig_->lite().child()->wait(10s);
+    for (int i = 0; i < 50 && (r = http_get(port_, "/metrics")).body.find("can't be reached") ==
+                                  std::string::npos;
+         ++i) {
+        std::this_thread::sleep_for(100ms);
+    }
+    EXPECT_EQ(503, r.status);
+    EXPECT_NE(r.body.find("the management daemon can't be reached"), std::string::npos) << r.body;
 }
 
 }  // namespace
