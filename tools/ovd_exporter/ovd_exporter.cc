@@ -240,7 +240,7 @@ std::string ox_render(const ox_result &r, bool om)
     const char *info = om ? "ovd_port" : "ovd_port_info";
     ox_head(&out, om, info, "info", "A port's texts: state, physical state, speed, width, rate, FEC.");
     for (const pr_port &p : r.ports) {
-        out += std::string(om ? "ovd_port_info" : "ovd_port_info") + "{" + ox_labels(p) +
+        out += "ovd_port_info{" + ox_labels(p) +
                ",state=\"" + ox_label_value(p.field("state")) + "\",physical_state=\"" +
                ox_label_value(p.field("physical_state")) + "\",speed=\"" +
                ox_label_value(p.field("speed")) + "\",width=\"" + ox_label_value(p.field("width")) +

@@ -9,6 +9,7 @@
 #include "ovd_direct_routes.h"
 #include "ovd_dispatch.h"
 #include "ovd_main.h"
+#include "ovd_port_attributes.h"
 #include "ovd_ports_cache.h"
 #include "sa_counters.h"
 
@@ -122,14 +123,9 @@ int handle_reset_port_counters_action(gcl_session *sess, const bn_binding_array 
         lc_log_source(LOG_WARNING, "failed reseting port counters %s %d %s", ts_str(ifindex),
                       status, sysapi_err2str(status));
         if (status == SARC_LID_NOT_ASSIGNED || status == SARC_NO_DR_PATH) {
-            err = ovd_devsinfo_get(port->devid, &dev);
-            bail_error(err);
             resp_code = static_cast<uint32>(status);
             resp_msg = std::string(sysapi_err2str(status)) + " for : [" +
-                       (dev != nullptr && dev->subsystem_name != nullptr
-                            ? ts_str(dev->subsystem_name)
-                            : "") +
-                       "]. Please check OpenSM is running";
+                       ovd_device_name(port->devid) + "]. Please check OpenSM is running";
         } else {
             resp_code = 1;
             resp_msg = "Operation failed for port: [" + std::to_string(port->label_port) + "]";

@@ -45,12 +45,6 @@ bail:
     return err;
 }
 
-const char *ovd_burn_dev_name(uint32 devid)
-{
-    const devinfo *dev = devid <= OVD_MAX_DEVICE_ID ? devsinfo[devid] : nullptr;
-    return dev != nullptr && dev->subsystem_name != nullptr ? ts_str(dev->subsystem_name) : "";
-}
-
 }  // namespace
 
 int ovd_send_burn_add_device_done_event(uint32 status, uint32 devid)
@@ -59,7 +53,7 @@ int ovd_send_burn_add_device_done_event(uint32 status, uint32 devid)
 
     lc_log_basic(LOG_NOTICE,
                  "OVD sends add burn device: [%u, %s] done event to portd with: [%s] status", devid,
-                 ovd_burn_dev_name(devid), status != 0 ? "Failure" : "Success");
+                 ovd_device_name(devid), status != 0 ? "Failure" : "Success");
     err = ovd_send_event_values(ovd_burn_add_done_event,
                                 {{"status", bt_uint32, status}, {"dev_id", bt_uint32, devid}});
     bail_error(err);
@@ -102,7 +96,7 @@ int ovd_handle_add_device_burn_event(const bn_binding_array *bindings)
         goto answer;
     }
     lc_log_basic(LOG_NOTICE, "OVD handles add device: [%u, %s/%d] burn event", dev_id,
-                 ovd_burn_dev_name(dev_id), 0);
+                 ovd_device_name(dev_id), 0);
 
 answer:
     return ovd_send_burn_add_device_done_event(static_cast<uint32>(err), dev_id);
@@ -115,7 +109,7 @@ int ovd_send_enable_burn_port_done_event(uint32 status, uint32 devid, uint8 loca
     lc_log_basic(LOG_NOTICE,
                  "OVD sends enable burn port done for device: [%u, %s], label port: [%u] with: "
                  "[%s] status\n",
-                 devid, ovd_burn_dev_name(devid), static_cast<uint32>(label),
+                 devid, ovd_device_name(devid), static_cast<uint32>(label),
                  status != 0 ? "Failure" : "Success");
     err = ovd_send_event_values(ovd_burn_port_done_event,
                                 {{"status", bt_uint32, status},
@@ -177,7 +171,7 @@ int ovd_handle_enable_burn_port_event(const bn_binding_array *bindings)
     lc_log_basic(LOG_NOTICE,
                  "OVD handles enable burn port event for device: [%u, %s] label port: [%u], "
                  "local port: [%u]\n",
-                 dev_id, ovd_burn_dev_name(dev_id), static_cast<uint32>(port.ibport),
+                 dev_id, ovd_device_name(dev_id), static_cast<uint32>(port.ibport),
                  static_cast<uint32>(port.localport));
 
     err = ts_new_sprintf(&node, OVD_FW_UPDT_M_KEY_NODE_FMT, dev_id);

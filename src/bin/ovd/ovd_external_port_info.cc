@@ -9,6 +9,7 @@
 #include "ovd_direct_routes.h"
 #include "ovd_main.h"
 #include "ovd_port_answers.h"
+#include "ovd_port_attributes.h"
 #include "sa_counters.h"
 #include "sa_registers.h"
 #include "sa_route.h"
@@ -49,16 +50,6 @@ struct ovd_port_info_cache {
 
 ovd_port_info_cache s_cache;
 
-const char *ovd_subsystem_name(const devinfo *dev)
-{
-    return dev != nullptr && dev->subsystem_name != nullptr ? ts_str(dev->subsystem_name) : "";
-}
-
-uint32 ovd_index_inside_slot(const devinfo *dev)
-{
-    return dev != nullptr ? dev->index_inside_slot : 0;
-}
-
 const char *ovd_yes_no(tbool value)
 {
     return value ? "Yes" : "No";
@@ -67,7 +58,7 @@ const char *ovd_yes_no(tbool value)
 // The counter section of a miss.  On return *ret_answer says whether the answer is to be
 // built; *ret_route_mad_fail marks the quiet end of a counter attribute whose counters
 // failed.
-int ovd_read_port_counters(ifindexInformation *port, const devinfo *dev, swidapi_t *ctx,
+int ovd_read_port_counters(ifindexInformation *port, swidapi_t *ctx,
                            ib_dr_path_t *temp_dr_path, int arg, const char *attribname,
                            ovd_port_reading *reading, tbool *ret_answer, tbool *ret_route_mad_fail)
 {
@@ -80,9 +71,12 @@ int ovd_read_port_counters(ifindexInformation *port, const devinfo *dev, swidapi
     u_int16_t ret_lid = 0;
     int ext_err = 0;
     uint32 timeouts = 0;
+    const char *dev_name = "";
+    int dev_index = 0;
 
     *ret_answer = true;
     *ret_route_mad_fail = false;
+    ovd_device_log_name(port->devid, &dev_name, &dev_index);
     err = sa_get_port_info(ctx, port->devid, temp_dr_path, 0, &remote_port_info);
     if (err == 0) {
         err = sa_get_port_info(ctx, master_devid, &local_dr_path, 0, &local_port_info);
@@ -104,7 +98,7 @@ int ovd_read_port_counters(ifindexInformation *port, const devinfo *dev, swidapi
         lc_log_source(LOG_INFO,
                       "Device id:[%u,%s/%d], ib port:[%u]. Is SM connected:[%s], Pass "
                       "timeout:[%s]. Skipping port counters, no LID route",
-                      port->devid, ovd_subsystem_name(dev), ovd_index_inside_slot(dev),
+                      port->devid, dev_name, dev_index,
                       static_cast<uint32>(port->ibport), ovd_yes_no(is_sm_connected),
                       ovd_yes_no(current_time > time_out));
         s_cache.last.counters = {};
@@ -118,7 +112,7 @@ int ovd_read_port_counters(ifindexInformation *port, const devinfo *dev, swidapi
         lc_log_basic(LOG_NOTICE,
                      "Device id:[%u,%s,%d], ib port:[%u]. Is SM connected:[%s], Pass "
                      "timeout:[%s]. \nRe-check the counters and lid route path",
-                     port->devid, ovd_subsystem_name(dev), ovd_index_inside_slot(dev),
+                     port->devid, dev_name, dev_index,
                      static_cast<uint32>(port->ibport), "No", "Yes");
     }
     s_cache.last_counters_commit_count = get_request_count();
@@ -173,7 +167,7 @@ int ovd_read_port_counters(ifindexInformation *port, const devinfo *dev, swidapi
             lc_log_basic(LOG_WARNING,
                          "Lid route validation failed for device:[%u,%s/%d] ib port:[%u]. "
                          "code:[%d,%s]",
-                         port->devid, ovd_subsystem_name(dev), ovd_index_inside_slot(dev),
+                         port->devid, dev_name, dev_index,
                          static_cast<uint32>(port->ibport), lid_check,
                          lidroute_err2str(lid_check));
             lc_log_basic(LOG_WARNING, "Port Counters will be blocked for %d seconds",
@@ -246,7 +240,8 @@ int get_external_port_info(const char *node_name, const tstr_array *bname_parts,
     const char *attribname = nullptr;
     uint32 port_num = 0;
     int arg = 0;
-    devinfo *dev = nullptr;
+    const char *dev_name = "";
+    int dev_index = 0;
     swidapi_t *ctx = nullptr;
     ovd_port_reading reading = {};
     tstring *ifindex = nullptr;
@@ -289,8 +284,7 @@ int get_external_port_info(const char *node_name, const tstr_array *bname_parts,
         err = 1;
         goto bail;
     }
-    err = ovd_devsinfo_get(port->devid, &dev);
-    bail_error(err);
+    ovd_device_log_name(port->devid, &dev_name, &dev_index);
 
     request_count = get_request_count();
     if (request_count == s_cache.last_commit_count && port_num == s_cache.last_port &&
@@ -326,7 +320,7 @@ int get_external_port_info(const char *node_name, const tstr_array *bname_parts,
         lc_log_basic(LOG_INFO,
                      "Func: [%s], Line: [%d] : OVD going to search direct route path for "
                      "device:[%s/%d, %u] label port:[%u]\n",
-                     __func__, __LINE__, ovd_subsystem_name(dev), ovd_index_inside_slot(dev),
+                     __func__, __LINE__, dev_name, dev_index,
                      port->devid, static_cast<uint32>(port->label_port));
         err = getDirectRouteInfoPath(port->devid, &temp_dr_path, &exists);
         if (err != 0 || !exists) {
@@ -394,7 +388,7 @@ int get_external_port_info(const char *node_name, const tstr_array *bname_parts,
         s_cache.last.pplm = reading.pplm;
         s_cache.last_success = true;
 
-        err = ovd_read_port_counters(port, dev, ctx, &temp_dr_path, arg, attribname, &reading,
+        err = ovd_read_port_counters(port, ctx, &temp_dr_path, arg, attribname, &reading,
                                      &answer, &lid_route_mad_fail);
         if (!answer) {
             goto bail;

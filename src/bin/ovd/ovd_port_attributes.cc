@@ -130,6 +130,14 @@ void ovd_device_log_name(uint32 dev_id, const char **ret_name, int *ret_index)
     *ret_index = dev != nullptr ? static_cast<int>(dev->index_inside_slot) : 0;
 }
 
+const char *ovd_device_name(uint32 dev_id)
+{
+    const char *name = "";
+    int index = 0;
+    ovd_device_log_name(dev_id, &name, &index);
+    return name;
+}
+
 void ovd_port_set_settle_hook(ovd_port_settle_hook_t hook)
 {
     g_port_settle_hook = hook;

@@ -60,6 +60,8 @@ int setIbPortAttribute(ifindexInformation *port_info, void *data, const char *at
 // The device's display name and index in its slot, for log lines; an unknown device reads
 // as an empty name.
 void ovd_device_log_name(uint32 dev_id, const char **ret_name, int *ret_index);
+// The name part alone: "" for a device the table doesn't hold.
+const char *ovd_device_name(uint32 dev_id);
 
 // The one door to a port's administrative state.  A SWID this daemon doesn't serve is
 // skipped with a warning and no error.

@@ -10,6 +10,7 @@
 #include "ovd_actions.h"
 #include "ovd_direct_routes.h"
 #include "ovd_main.h"
+#include "ovd_port_attributes.h"
 #include "ovd_ports_cache.h"
 #include "ovd_speed_limits.h"
 
@@ -21,15 +22,6 @@ const char ovd_dr_rule[] = "=============================================\n";
 void ovd_print(const char *text)
 {
     lc_log_basic(LOG_NOTICE, "%s", text);
-}
-
-const char *ovd_subsystem_name_of(uint32 devid)
-{
-    devinfo *dev = nullptr;
-    if (ovd_devsinfo_get(devid, &dev) != 0 || dev == nullptr || dev->subsystem_name == nullptr) {
-        return "";
-    }
-    return ts_str(dev->subsystem_name);
 }
 
 // The stored tstring key of one of the tables.
@@ -71,7 +63,7 @@ int handle_ifindexs_hash_table_print_action(gcl_session *sess, const bn_binding_
         ovd_print(ovd_print_rule);
         lc_log_basic(LOG_NOTICE, "Ifindex          : [%s] \n", ts_str(key));
         lc_log_basic(LOG_NOTICE, "Devid            : [%s, %u] \n",
-                     ovd_subsystem_name_of(port->devid), port->devid);
+                     ovd_device_name(port->devid), port->devid);
         lc_log_basic(LOG_NOTICE, "Label port       : [%u] \n", static_cast<uint32>(port->label_port));
         lc_log_basic(LOG_NOTICE, "Assigned to swid : [%u] \n",
                      static_cast<uint32>(port->assigned_to_swid));
@@ -116,7 +108,7 @@ int print_config_hash_entry(const ht_table *ht, const void *key, int32 key_len, 
     if (exists && port != nullptr) {
         lc_log_basic(LOG_NOTICE, "Label port: [%u]", static_cast<uint32>(port->label_port));
         lc_log_basic(LOG_NOTICE, "Device    : [%u, %s]", port->devid,
-                     ovd_subsystem_name_of(port->devid));
+                     ovd_device_name(port->devid));
     }
     lc_log_basic(LOG_NOTICE, "Ifindex   : [%s]", ovd_key_str(key));
     lc_log_basic(LOG_NOTICE, "Enable    : [%u]", static_cast<uint32>(config->enable));
@@ -303,7 +295,7 @@ int print_virtual_ib_hash_entry(const ht_table *ht, const void *key, int32 key_l
     lc_log_basic(LOG_NOTICE, "**********************************************");
     lc_log_basic(LOG_NOTICE, "Ifindex          : [%s]", ovd_key_str(key));
     lc_log_basic(LOG_NOTICE, "Local port       : [%u]", static_cast<uint32>(port->localport));
-    lc_log_basic(LOG_NOTICE, "Devid            : [%s, %u]", ovd_subsystem_name_of(port->devid),
+    lc_log_basic(LOG_NOTICE, "Devid            : [%s, %u]", ovd_device_name(port->devid),
                  port->devid);
     for (uint32 swid = 0; swid < OVD_NUM_SWIDS; ++swid) {
         if (port->assigned_to_swid[swid] < OVD_NO_SWID) {
@@ -365,13 +357,12 @@ int handle_direct_route_print_action(gcl_session *sess, const bn_binding_array *
     ovd_print(ovd_dr_rule);
     for (uint32 cell = 1; cell <= current_number_of_devices && cell <= OVD_DR_MAX_DEVICES; ++cell) {
         const dr_device_info &d = devices_table[cell];
-        devinfo *dev = nullptr;
-        complain_error(ovd_devsinfo_get(d.devid, &dev));
+        const char *dev_name = "";
+        int dev_index = 0;
+        ovd_device_log_name(d.devid, &dev_name, &dev_index);
         lc_log_basic(LOG_NOTICE, "Cell number %u in devices table:\n", cell);
-        lc_log_basic(LOG_NOTICE, "device id                   : %s/%d, %u\n",
-                     dev != nullptr && dev->subsystem_name != nullptr ? ts_str(dev->subsystem_name)
-                                                                      : "",
-                     dev != nullptr ? static_cast<int>(dev->index_inside_slot) : 0, d.devid);
+        lc_log_basic(LOG_NOTICE, "device id                   : %s/%d, %u\n", dev_name,
+                     dev_index, d.devid);
         lc_log_basic(LOG_NOTICE, "first cell in paths table      : %u\n",
                      d.first_cell_in_path_table);
         lc_log_basic(LOG_NOTICE, "number of paths of device      : %u\n", d.number_of_paths);
@@ -397,7 +388,7 @@ int handle_direct_route_print_action(gcl_session *sess, const bn_binding_array *
         tbool exists = false;
         lc_log_basic(LOG_NOTICE, "Cell number %u in hops table:\n", cell);
         lc_log_basic(LOG_NOTICE, "devid                       : %s, %u\n",
-                     ovd_subsystem_name_of(hop.devid), hop.devid);
+                     ovd_device_name(hop.devid), hop.devid);
         err = convert_devid_localport_to_ifindex(hop.devid, hop.port, &ifindex);
         bail_error(err);
         err = ts_new_sprintf(&key, "%u", ifindex);

@@ -54,12 +54,6 @@ int ovd_swid_map_port(const ifindexInformation *port, uint8 swid)
                                 VQD_ACCESS_CMD_SET, nullptr, nullptr, &pspa);
 }
 
-const char *ovd_dev_name(uint32 devid)
-{
-    const devinfo *dev = devid <= OVD_MAX_DEVICE_ID ? devsinfo[devid] : nullptr;
-    return dev != nullptr && dev->subsystem_name != nullptr ? ts_str(dev->subsystem_name) : "";
-}
-
 }  // namespace
 
 int ovd_handle_swid_change(const tstring *bname, const tstr_array *bname_parts,
@@ -247,7 +241,7 @@ int ovd_send_port_disable_enable_done_on_assign_port_to_swid(const bn_binding_ar
     lc_log_basic(LOG_NOTICE,
                  "OVD sends [%s], [%u, %s] event to portd with [%s] status. Assign port to swid "
                  "flow: [%d] Number of ports: [%u]",
-                 event_name, dev_id, ovd_dev_name(dev_id), status != 0 ? "Failure" : "Success",
+                 event_name, dev_id, ovd_device_name(dev_id), status != 0 ? "Failure" : "Success",
                  static_cast<int>(operation), port_num);
     bail_null(g_ovd_event_send);
     err = g_ovd_event_send(req);
@@ -420,7 +414,7 @@ int ovd_handle_disable_port_on_assign_port_to_swid(const bn_binding_array *bindi
         lc_log_basic(LOG_NOTICE,
                      "OVD handles disable port event for device: [%u, %s], label port: [%u]. "
                      "Assign port to swid flow: [%d]",
-                     dev_id, ovd_dev_name(dev_id), static_cast<uint32>(port->label_port), op);
+                     dev_id, ovd_device_name(dev_id), static_cast<uint32>(port->label_port), op);
     }
 
 bail:
@@ -486,7 +480,7 @@ int ovd_handle_port_enable_on_assign_port_to_swid(const bn_binding_array *bindin
             lc_log_source(LOG_ERR,
                           "Got local port: [%u] for device: [%u, %s] which not in range: (%d - "
                           "%d). Assign port to swid flow: [%d]",
-                          static_cast<uint32>(local), dev_id, ovd_dev_name(dev_id), 1,
+                          static_cast<uint32>(local), dev_id, ovd_device_name(dev_id), 1,
                           OVD_MAX_LOCAL_PORT, op);
             err = lc_err_range;
             goto bail;
@@ -494,7 +488,7 @@ int ovd_handle_port_enable_on_assign_port_to_swid(const bn_binding_array *bindin
         lc_log_basic(LOG_NOTICE,
                      "OVD handles label port: [%u] enable event for device: [%u, %s]. Assign "
                      "port to swid flow: [%d]",
-                     static_cast<uint32>(port->label_port), dev_id, ovd_dev_name(dev_id), op);
+                     static_cast<uint32>(port->label_port), dev_id, ovd_device_name(dev_id), op);
         port->assigned_to_swid = swid;
         if (!ovd_swid_is_served(swid)) {
             continue;
@@ -502,7 +496,7 @@ int ovd_handle_port_enable_on_assign_port_to_swid(const bn_binding_array *bindin
         lc_log_basic(LOG_NOTICE,
                      "OVD configures port attributes for device: [%u, %s], label port: [%u]. "
                      "Assign port to swid flow: [%d]",
-                     dev_id, ovd_dev_name(dev_id), static_cast<uint32>(port->label_port), op);
+                     dev_id, ovd_device_name(dev_id), static_cast<uint32>(port->label_port), op);
         (void)map_ibport_to_localport(static_cast<uint8>(dev_id), local, port->ibport);
         err = getInfoFromAddDeviceEvent(bindings, force_en, &force, i);
         bail_error(err);
