@@ -33,6 +33,8 @@ inline constexpr uint32 pl_ports_per_device = 64;
 inline constexpr uint32 pl_max_device_id = 216;
 inline constexpr uint8 pl_no_swid = 255;
 inline constexpr uint32 pl_first_virtual_port = 65;
+// The enable family's operation for virtual ports.
+inline constexpr uint32 pl_operation_virtual = 2;
 
 struct pl_port {
     uint32 pp_local = 0;

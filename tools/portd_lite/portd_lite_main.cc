@@ -8,7 +8,8 @@
 //                            "device N: status S" per answer
 //   enable DEVID [LOCAL...]  ask the daemon to enable the device's ports (all, or those
 //                            named) and print its port-enable-done answer
-//   disable DEVID [LOCAL...] ask it to disable them; that operation is answered by silence
+//   disable DEVID [LOCAL...] ask it to disable them; that operation is answered by silence,
+//                            but for virtual ports (--operation 2), whose answer is printed
 //   validate DEVID...        ask for the device's validation and print the answer
 //   move-port IFINDEX SWID [--force]
 //                            move a port from its SWID (the model's) to another by the
@@ -561,7 +562,8 @@ bail:
     return err;
 }
 
-// enable, disable: one event for the device; the enable's answer is printed.
+// enable, disable: one event for the device; the enable's answer is printed, and the
+// disable's for virtual ports.
 int pl_cmd_ports(pl_client *client, const pl_options &opts, const pl_model &model, tbool enable,
                  uint32 dev_id, const std::vector<uint32> &locals, int *ret_exit)
 {
@@ -574,6 +576,15 @@ int pl_cmd_ports(pl_client *client, const pl_options &opts, const pl_model &mode
         fprintf(stderr, "portd-lite: %s\n", why.c_str());
         *ret_exit = pl_exit_usage;
         return 0;
+    }
+    if (!enable && opts.po_operation == pl_operation_virtual) {
+        // Virtual ports are answered in both directions.
+        err = pl_declare_interest(client, opts, pl_event_port_disable_done);
+        bail_error_quiet(err);
+        err = pl_ask_device(client, opts, pl_event_port_disable, bindings,
+                            pl_event_port_disable_done, dev_id, ret_exit);
+        bail_error_quiet(err);
+        goto bail;
     }
     if (!enable) {
         err = pl_send_event(client, opts, pl_event_port_disable, bindings);

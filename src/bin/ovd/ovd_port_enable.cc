@@ -14,6 +14,7 @@
 #include "ovd_port_values.h"
 #include "ovd_registers.h"
 #include "ovd_speed_limits.h"
+#include "ovd_virtual_ports.h"
 #include "sa_registers.h"
 
 namespace {
@@ -188,12 +189,13 @@ std::string ovd_text_of(int (*to_tstr)(tstring **, uint8), uint8 value)
     return out;
 }
 
-// A selector of the enable family by the event's operation: 0 goes to init_handler; the
-// SWID and virtual port operations join here with their flows, and until then, as any
-// other operation, are dropped with no answer.
+// A selector of the enable family by the event's operation: 0 goes to init_handler, 1 to
+// the SWID hand-shake, 2 to the virtual ports in the given direction; any other operation
+// is dropped with no answer.
 int ovd_select_by_operation(const bn_binding_array *bindings, const char *selector,
                             int (*init_handler)(const bn_binding_array *),
-                            int (*map_handler)(const bn_binding_array *, enable_port_status))
+                            int (*map_handler)(const bn_binding_array *, enable_port_status),
+                            port_flow_status virtual_flow)
 {
     int err = 0;
     uint8 operation = 0;
@@ -205,6 +207,9 @@ int ovd_select_by_operation(const bn_binding_array *bindings, const char *select
         bail_error(err);
     } else if (operation == PORT_MAP_TO_SWID) {
         err = map_handler(bindings, PORT_MAP_TO_SWID);
+        bail_error(err);
+    } else if (operation == PORT_ENABLE_VIRTUAL) {
+        err = ovd_handle_virtual_port_enable_disable(bindings, PORT_ENABLE_VIRTUAL, virtual_flow);
         bail_error(err);
     } else {
         lc_log_basic(LOG_DEBUG, "%s: operation %u dropped", selector,
@@ -220,13 +225,13 @@ bail:
 int ovd_handle_device_port_enable_event(const bn_binding_array *bindings)
 {
     return ovd_select_by_operation(bindings, __func__, ovd_handle_init_device_port_enable_event,
-                                   ovd_handle_port_enable_on_assign_port_to_swid);
+                                   ovd_handle_port_enable_on_assign_port_to_swid, PORT_ENABLE);
 }
 
 int ovd_handle_ib_device_port_disable_event(const bn_binding_array *bindings)
 {
     return ovd_select_by_operation(bindings, __func__, ovd_handle_disable_port_on_init,
-                                   ovd_handle_disable_port_on_assign_port_to_swid);
+                                   ovd_handle_disable_port_on_assign_port_to_swid, PORT_DISABLE);
 }
 
 int ovd_handle_init_device_port_enable_event(const bn_binding_array *bindings)

@@ -33,7 +33,8 @@ typedef enum enable_port_status {
 #define OVD_DEFAULT_PORT_FEC 0
 
 // Selectors of /portd/events/port-enable and /portd/events/port-disable by `operation`.
-// Operations without a flow are dropped, with no answer.
+// Operation 2 goes to the virtual ports; operations without a flow are dropped, with no
+// answer.
 int ovd_handle_device_port_enable_event(const bn_binding_array *bindings);
 int ovd_handle_ib_device_port_disable_event(const bn_binding_array *bindings);
 
