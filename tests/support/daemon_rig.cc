@@ -67,6 +67,14 @@ bool DaemonRig::start_fabric(std::string *ret_why)
     return fabric_->start(ret_why);
 }
 
+bool DaemonRig::use_fabric(const FabricOptions &options, const std::string &device_map,
+                           std::string *ret_why)
+{
+    fabric_ = std::make_unique<Fabric>(options);
+    fabric_map_ = device_map;
+    return fabric_->start(ret_why);
+}
+
 void DaemonRig::start(const std::string &db_config, const std::string &registration,
                       const std::string &model, int forward_timeout_s,
                       const std::vector<std::string> &lite_args)
@@ -84,7 +92,9 @@ void DaemonRig::start(const std::string &db_config, const std::string &registrat
     journal_ = dir_ + "/journal.log";
     std::string platform = "model " + model + "\njournal " + journal_ + "\ncontrol " + dir_ +
                            "/control\n";
-    if (model == "builtin:standalone36") {
+    if (!fabric_map_.empty()) {
+        platform += "fabric " + fabric_->dir() + "/ctl.fifo " + fabric_map_ + "\n";
+    } else if (model == "builtin:standalone36") {
         // The standalone switch is the fabric's sw1: its links follow PAOS.
         platform += "fabric " + fabric_->dir() + "/ctl.fifo 1=sw1\n";
     }

@@ -42,6 +42,12 @@ public:
 
     // Starts the fabric; false with the reason when it can't.
     bool start_fabric(std::string *ret_why);
+    // Replaces the fabric by one started with `options` (a topology of its own, the node
+    // the daemon attaches as), before start(): the register library's devices are then
+    // the simulator's nodes by `device_map` ("1=chip1 13=chip13"), their links following
+    // PAOS.  False with the reason when it can't start.
+    bool use_fabric(const FabricOptions &options, const std::string &device_map,
+                    std::string *ret_why);
     // mgmtd-lite with `db_config` (and `registration`, when not empty, with a forward
     // time-out of `forward_timeout_s`) and `lite_args`, the register library on `model` with
     // a journal, and the daemon; returns once the daemon announced itself.  Failures are
@@ -77,6 +83,7 @@ private:
     long long clock_offset_ms_ = 0;
     std::unique_ptr<MgmtdLite> lite_;
     std::unique_ptr<Fabric> fabric_;
+    std::string fabric_map_;
     Child daemon_;
 };
 

@@ -84,6 +84,13 @@ struct pl_event_options {
 uint32 pl_ifindex(uint32 dev_id, uint32 local_port);
 // The far end of every wired internal port, by ifindex.
 std::map<uint32, uint32> pl_wire_internal_ports(const pl_model &model, uint32 system_type);
+// The simulator's node name of a chip: "chip<device id>".
+std::string pl_fabric_node_name(uint32 dev_id);
+// A topology of the simulated fabric for a chassis model: a switch a chip, the internal
+// ports wired as pl_wire_internal_ports wires them; LIDs 100 + device id.
+std::string pl_fabric_topology(const pl_model &model, uint32 system_type);
+// A route file (see pl_routes_parse) from the master chip to every chip it reaches.
+std::string pl_fabric_routes(const pl_model &model, uint32 system_type, uint32 master, uint32 swid);
 // The bindings of /portd/events/ib-device-add for one device of the model.
 int pl_device_add_bindings(const pl_model &model, uint32 dev_id, const pl_event_options &opts,
                              std::vector<pl_binding> *ret_bindings, std::string *ret_why);

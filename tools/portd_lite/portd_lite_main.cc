@@ -27,6 +27,11 @@
 //                            infiniband-default/<panel index>/ifindex, panel index being
 //                            the label less one; boot publishes it too
 //   show [DEVID...]          print the bindings add-devices would send, without sending
+//   fabric-topology          print the chassis model as a topology of the fabric
+//                            simulator: a switch "chip<DEVID>" a device, the internal
+//                            ports wired as the add events announce them
+//   fabric-routes            print the route file from --master to every chip (SWID 0,
+//                            or --swid)
 //   gen-chassis SPINE_SLOTS LEAF_SLOTS [CHIPS [PORTS]]
 //                            print a full chassis model for the system type
 //
@@ -131,7 +136,8 @@ void pl_usage(FILE *out)
             "  route-update FILE\n"
             "  publish-map [DEVID...]\n"
             "  show [DEVID...]\n"
-            "  gen-chassis SPINE_SLOTS LEAF_SLOTS [CHIPS [PORTS]]\n");
+            "  gen-chassis SPINE_SLOTS LEAF_SLOTS [CHIPS [PORTS]]\n"
+            "  fabric-topology | fabric-routes\n");
 }
 
 tbool pl_parse_uint(const char *text, uint32 *ret)
@@ -865,6 +871,27 @@ int main(int argc, char **argv)
         return pl_exit_ok;
     }
 
+    if (command == "fabric-topology" || command == "fabric-routes") {
+        pl_model fabric_model;
+        if (!args.empty()) {
+            pl_usage(stderr);
+            return pl_exit_usage;
+        }
+        if (pl_model_load(opts.po_model, &fabric_model, &why) != 0) {
+            fprintf(stderr, "portd-lite: %s\n", why.c_str());
+            return pl_exit_usage;
+        }
+        if (command == "fabric-topology") {
+            fputs(pl_fabric_topology(fabric_model, opts.po_event.peo_system_type).c_str(), stdout);
+        } else {
+            fputs(pl_fabric_routes(fabric_model, opts.po_event.peo_system_type,
+                                   opts.po_event.peo_master,
+                                   opts.po_swid >= 0 ? static_cast<uint32>(opts.po_swid) : 0)
+                      .c_str(),
+                  stdout);
+        }
+        return pl_exit_ok;
+    }
     if (command == "route-update") {
         if (args.size() != 1) {
             pl_usage(stderr);

@@ -6,6 +6,7 @@
 #include "logging.h"
 #include "ovd_device_add.h"
 #include "ovd_external_port_info.h"
+#include "ovd_internal_port_info.h"
 #include "ovd_main.h"
 #include "ovd_ports_cache.h"
 #include "ovd_speed_limits.h"
@@ -151,11 +152,10 @@ int ovd_mon_get_leaf(const char *bname, const tstr_array *bname_parts, bn_bindin
         producer = strcmp(last_name_part, "port_max_speed_limit") == 0 ? get_max_internal_port_limit_info
                    : strcmp(last_name_part, "port_vl_limit") == 0 ? get_max_internal_port_vl_limit_info
                    : strcmp(last_name_part, "port_vl_default") == 0 ? get_port_vl_default_info
-                                                                     : nullptr;
+                                                                     : get_internal_port_info;
     }
     if (producer == nullptr) {
-        // Another family (cable_info among them), or a live attribute of an internal
-        // port, whose producer joins here with its step.
+        // Another family (cable_info among them): not answered here.
         err = ovd_unknown_node(bname);
         goto bail;
     }
