@@ -91,10 +91,10 @@ TEST_F(StateTree, OddNamesAreRefusedAsTheirLevelSays)
 
     // A port that was never enabled has no live attributes.
     EXPECT_EQ("", get("/ib/state/externalports/69/speed"));
-    // Live attributes of the internal family aren't served yet: unknown nodes.
+    // The family in the name picks the producer: asked as an internal port, a port without
+    // a neighbour has no link to read, and only its physical state answers.
     EXPECT_EQ("", get("/ib/state/internal-leaf-ports/69/speed"));
-    EXPECT_TRUE(receiver_->wait_for("ovd_mon_handle_get: Unknown node "
-                                    "'/ib/state/internal-leaf-ports/69/speed'"));
+    EXPECT_EQ("string Polling", get("/ib/state/internal-leaf-ports/69/physical_state"));
     // A SWID of 8, device 217, a name with too few parts: nothing, and the session stays.
     EXPECT_EQ("", get("/ib/state/swid/8/my_lid"));
     EXPECT_TRUE(receiver_->wait_for("The swid value at node_name: /ib/state/swid/8/my_lid must "
