@@ -3,6 +3,8 @@
 // the chassis, its neighbour, and the verdict on its link.
 #include <gtest/gtest.h>
 
+#include <set>
+
 #include "daemon_rig.h"
 
 namespace {
@@ -15,7 +17,9 @@ const char kConfig[] =
     "/system/chassis/sys_disp_str                string    chassis rig\n"
     "/system/chassis/ha/state/system_type_mirror uint32    22\n"
     "/system/chassis/config/profile              uint8     0\n"
-    "/system/chassis/config/system_m_key         uint64    1234605616436508552\n";
+    "/system/chassis/config/system_m_key         uint64    1234605616436508552\n"
+    // Spine 1's port 2, cabled to leaf 13's port 21, is switched off.
+    "/ib/config/internalports/66/enable          uint8     0\n";
 
 constexpr unsigned kIfindex(unsigned dev, unsigned local)
 {
@@ -100,6 +104,16 @@ TEST_F(InternalPorts, ALinkBetweenTwoChipsAndItsVerdict)
     EXPECT_EQ("string 0", attr("internal-leaf-ports", leaf, "has_error")) << complaints();
     EXPECT_EQ("string 0", attr("internal-spine-ports", spine, "has_error")) << complaints();
 
+    // Each end is a read of its own: the registers of both chips were read.
+    std::set<std::string> read;
+    for (const auto &a : rig_->journal()) {
+        if (a.reg == "PMTU" && a.cmd == "GET") {
+            read.insert(a.fields.at("dev") + "/" + a.fields.at("key"));
+        }
+    }
+    EXPECT_EQ(1u, read.count("13/19")) << ovd_test::read_file(rig_->journal_path());
+    EXPECT_EQ(1u, read.count("1/1")) << ovd_test::read_file(rig_->journal_path());
+
     // The leaf's end trained at 1X: that end is in error.
     rig_->poke("port 13 19 width_admin=1\n");
     next_interval();
@@ -122,6 +136,21 @@ TEST_F(InternalPorts, APortWithoutANeighbourIsPolling)
     EXPECT_EQ("string Polling", attr("internal-spine-ports", spare, "physical_state"));
     EXPECT_EQ("", attr("internal-spine-ports", spare, "has_error"));
     EXPECT_EQ("", attr("internal-spine-ports", spare, "speed"));
+}
+
+TEST_F(InternalPorts, ALinkSwitchedOffAtTheFarEndIsNoError)
+{
+    ASSERT_NO_FATAL_FAILURE(start());
+    rig_->shift_clock(121000);
+    // Spine 1's port 2 is off by configuration: the link is down, the leaf's end polls,
+    // and that is what the user asked for.
+    const unsigned leaf = kIfindex(13, 21);
+    EXPECT_EQ("string Polling", attr("internal-leaf-ports", leaf, "physical_state"))
+        << complaints();
+    EXPECT_EQ("string 0", attr("internal-leaf-ports", leaf, "has_error")) << complaints();
+    // The switched-off end reads disabled, not polling.
+    EXPECT_EQ("string Disabled", attr("internal-spine-ports", kIfindex(1, 2), "physical_state"))
+        << complaints();
 }
 
 }  // namespace
