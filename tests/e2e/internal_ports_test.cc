@@ -60,10 +60,8 @@ protected:
             return rig_->portd(args);
         };
         ASSERT_EQ(0, portd({"add-devices"}).code) << complaints();
-        const ovd_test::CtlResult routes = portd({"fabric-routes"});
+        const ovd_test::CtlResult routes = portd({"route-update"});
         ASSERT_EQ(0, routes.code) << routes.err;
-        ovd_test::write_file(dir_ + "/routes", routes.out);
-        ASSERT_EQ(0, portd({"route-update", dir_ + "/routes"}).code);
         for (const char *dev : {"1", "5", "13", "17", "21"}) {
             ASSERT_EQ(0, portd({"enable", dev}).code) << dev << complaints();
         }

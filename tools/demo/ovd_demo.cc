@@ -7,10 +7,11 @@
 // where the script says so, with the other stand-ins).  At the end, or on Ctrl-C, it stops
 // the daemon and the stand-in and tells how they ended.
 //
-//   ovd-demo [--script FILE] [--config FILE] [--registration FILE] [--model FILE] [--swid]
-//            [--stay]
+//   ovd-demo [--script FILE] [--config FILE] [--registration FILE] [--model FILE]
+//            [--swid | --chassis] [--stay]
 //
-// --swid walks through moving ports between the SWIDs of a switch split in two.
+// --swid walks through moving ports between the SWIDs of a switch split in two; --chassis
+// through the internal ports of a leaf/spine chassis.
 //
 // Script lines: "# text" is printed as a heading; "pause SECONDS" waits; "! PROGRAM ARGS..."
 // runs a stand-in program from the build (by its target name; "@model" in its arguments is
@@ -141,6 +142,7 @@ int main(int argc, char **argv)
     std::string registration = OVD_DEMO_DIR "/ib-state.reg";
     std::string model = "builtin:standalone36";
     bool stay = false;
+    bool chassis = false;
     for (int i = 1; i < argc; ++i) {
         const std::string arg = argv[i];
         if (arg == "--script" && i + 1 < argc) {
@@ -156,12 +158,18 @@ int main(int argc, char **argv)
             script = OVD_DEMO_DIR "/walkthrough-swid.txt";
             config = OVD_DEMO_DIR "/mgmtd-lite-swid.conf";
             model = ovd_test::register_models_dir() + "/multi_swid.model";
+        } else if (arg == "--chassis") {
+            // A leaf/spine chassis whose chips are switches of the simulated fabric.
+            script = OVD_DEMO_DIR "/walkthrough-chassis.txt";
+            config = OVD_DEMO_DIR "/mgmtd-lite-chassis.conf";
+            model = ovd_test::register_models_dir() + "/chassis_leafspine.model";
+            chassis = true;
         } else if (arg == "--stay") {
             stay = true;
         } else {
             fprintf(stderr,
                     "usage: ovd-demo [--script FILE] [--config FILE] [--registration FILE] "
-                    "[--model FILE] [--swid] [--stay]\n");
+                    "[--model FILE] [--swid | --chassis] [--stay]\n");
             return 2;
         }
     }
@@ -186,9 +194,28 @@ int main(int argc, char **argv)
         LogPrinter log(&receiver);
         ovd_test::MgmtdLite lite(MGMTD_LITE_BIN, MGMTCTL_BIN, dir, "");
         ovd_test::Child daemon;
-        // A subnet manager assigns the LIDs that counter queries travel by.
-        ovd_test::Fabric fabric(ovd_test::FabricOptions{.topology = "", .attach = "sw1",
-                                                        .with_sm = true, .sm_node = ""});
+        // A subnet manager assigns the LIDs that counter queries travel by.  A chassis is
+        // its chips, joined by their internal links as the port manager wires them.
+        ovd_test::FabricOptions fabric_options{.topology = "", .attach = "sw1",
+                                               .with_sm = true, .sm_node = ""};
+        std::string fabric_map = "1=sw1";
+        if (chassis) {
+            const std::string topology = dir + "/chassis.net";
+            ovd_test::Child gen;
+            if (!ovd_test::start_redirected(&gen,
+                                            {OVD_TOOLS_DIR "/portd-lite", "--model", model,
+                                             "--system-type", "22", "fabric-topology"},
+                                            topology, dir + "/chassis.err") ||
+                gen.wait(30s) != 0) {
+                fprintf(stderr, "ovd-demo: no chassis topology: %s\n",
+                        ovd_test::read_file(dir + "/chassis.err").c_str());
+                return 1;
+            }
+            fabric_options.topology = topology;
+            fabric_options.attach = "chip1";
+            fabric_map = "1=chip1 5=chip5 13=chip13 17=chip17 21=chip21";
+        }
+        ovd_test::Fabric fabric(fabric_options);
         bool have_fabric = false;
         std::vector<std::string> daemon_argv = {OVD_BIN};
         std::vector<std::string> daemon_env;
@@ -207,11 +234,11 @@ int main(int argc, char **argv)
         std::filesystem::create_directories("/var/opt/vqdreg");
         std::string platform =
             "model " + model + "\njournal " + journal + "\ncontrol " + control + "\n";
-        if (have_fabric && (model == "builtin:standalone36" ||
+        if (have_fabric && (chassis || model == "builtin:standalone36" ||
                             (model.size() >= 16 &&
                              model.compare(model.size() - 16, 16, "multi_swid.model") == 0))) {
-            // The standalone switch is the fabric's sw1: its links follow its PAOS writes.
-            platform += "fabric " + fabric.dir() + "/ctl.fifo 1=sw1\n";
+            // The switch's chips are the fabric's nodes: their links follow PAOS writes.
+            platform += "fabric " + fabric.dir() + "/ctl.fifo " + fabric_map + "\n";
         }
         ovd_test::write_file("/var/opt/vqdreg/vqdreg.conf", platform);
         JournalPrinter registers(journal);

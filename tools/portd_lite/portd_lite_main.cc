@@ -20,7 +20,8 @@
 //   burn-port DEVID LOCAL    ... and bring one of its ports up at the lowest speed
 //   boot                     what the port manager does at start: every device of the
 //                            model added, then all its ports enabled
-//   route-update FILE        announce the direct routes of a route file
+//   route-update [FILE]      announce the direct routes of a route file, or without one
+//                            the routes fabric-routes prints
 //   publish-map [DEVID...]   publish the panel map of the devices' external ports (all
 //                            devices, or those named) under
 //                            /portd/state/map/cable-externalports/switch/
@@ -133,7 +134,7 @@ void pl_usage(FILE *out)
             "  burn-device DEVID\n"
             "  burn-port DEVID LOCAL\n"
             "  boot\n"
-            "  route-update FILE\n"
+            "  route-update [FILE]\n"
             "  publish-map [DEVID...]\n"
             "  show [DEVID...]\n"
             "  gen-chassis SPINE_SLOTS LEAF_SLOTS [CHIPS [PORTS]]\n"
@@ -892,7 +893,21 @@ int main(int argc, char **argv)
         }
         return pl_exit_ok;
     }
-    if (command == "route-update") {
+    if (command == "route-update" && args.empty()) {
+        // The routes from the master over the model's internal links.
+        if (pl_model_load(opts.po_model, &model, &why) != 0) {
+            fprintf(stderr, "portd-lite: %s\n", why.c_str());
+            return pl_exit_usage;
+        }
+        const std::string text =
+            pl_fabric_routes(model, opts.po_event.peo_system_type, opts.po_event.peo_master,
+                             opts.po_swid >= 0 ? static_cast<uint32>(opts.po_swid) : 0);
+        if (pl_routes_parse(text, &routes, &why) != 0) {
+            fprintf(stderr, "portd-lite: %s\n", why.c_str());
+            return pl_exit_usage;
+        }
+        pl_route_bindings(routes, &bindings);
+    } else if (command == "route-update") {
         if (args.size() != 1) {
             pl_usage(stderr);
             return pl_exit_usage;
