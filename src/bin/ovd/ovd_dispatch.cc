@@ -299,6 +299,26 @@ bail:
     return err;
 }
 
+int ovd_add_done_values(bn_request *req, uint32 status, uint32 dev_id, uint32 port_num,
+                        uint8 operation)
+{
+    int err = 0;
+
+    err = ovd_add_value(req, "status", 0, bt_uint32, status);
+    bail_error(err);
+    err = ovd_add_value(req, "dev_id", 0, bt_uint32, dev_id);
+    bail_error(err);
+    err = ovd_add_value(req, "port_num", 0, bt_uint32, port_num);
+    bail_error(err);
+    err = ovd_add_value(req, "operation", 0, bt_uint8, operation);
+    bail_error(err);
+    err = ovd_add_value(req, "daemon", 0, bt_uint8, OVD_BASE);
+    bail_error(err);
+
+bail:
+    return err;
+}
+
 int ovd_add_value(bn_request *req, const char *name, int name_index, bn_type type,
                   uint64 value)
 {

@@ -42,3 +42,7 @@ int ovd_send_event_values(const char *event_name, std::initializer_list<ovd_even
 
 int ovd_add_value(bn_request *req, const char *name, int name_index, bn_type type,
                   uint64 value);
+// The tail of every done event of the enable family: status, dev_id, port_num, operation,
+// and daemon, this daemon's id among those the port manager waits for.
+int ovd_add_done_values(bn_request *req, uint32 status, uint32 dev_id, uint32 port_num,
+                        uint8 operation);

@@ -228,6 +228,63 @@ uint32 get_port_timeouts(void)
     return count;
 }
 
+int ovd_read_port_registers(const ifindexInformation *port, pmtu_reg_t *ret_pmtu,
+                            ptys_reg_t *ret_ptys, pvlc_reg_t *ret_pvlc)
+{
+    int err = 0;
+
+    bail_null(port);
+    bail_null(ret_pmtu);
+    bail_null(ret_ptys);
+    bail_null(ret_pvlc);
+    err = get_pmtu_reg(port->assigned_to_swid, port->devid, port->localport, ret_pmtu);
+    if (err != 0) {
+        lc_log_source(LOG_WARNING, "Unable to read PMTU register, device %d port %d\n",
+                      static_cast<int>(port->devid), static_cast<int>(port->localport));
+        goto bail;
+    }
+    lc_log_basic(LOG_DEBUG, "mtu oper %d cap %d", static_cast<int>(ret_pmtu->oper_mtu),
+                 static_cast<int>(ret_pmtu->max_mtu));
+    ret_ptys->proto_mask = reg_ptys_proto_mask_ib;
+    err = get_ptys_reg(port->assigned_to_swid, port->devid, port->localport, ret_ptys);
+    if (err != 0) {
+        lc_log_source(LOG_WARNING, "Unable to read PTYS register\n");
+        goto bail;
+    }
+    lc_log_basic(LOG_DEBUG, "ptys oper %x cap %x", ret_ptys->ib_proto_oper,
+                 ret_ptys->ib_proto_capability);
+    err = get_pvlc_reg(port->assigned_to_swid, port->devid, port->localport, ret_pvlc);
+    if (err != 0) {
+        lc_log_source(LOG_WARNING, "Unable to read PVLC register\n");
+        goto bail;
+    }
+    lc_log_basic(LOG_DEBUG, "vl oper %x cap %x", ret_pvlc->vl_operational, ret_pvlc->vl_cap);
+
+bail:
+    return err;
+}
+
+int ovd_read_disabled_not_polling(const tstring *ifindex, sa_port_speed_state_t *inout_result)
+{
+    int err = 0;
+    tbool found = false;
+    void *value = nullptr;
+
+    bail_null(ifindex);
+    bail_null(inout_result);
+    bail_null(ifindex_to_config_ht);
+    err = ht_lookup(ifindex_to_config_ht, ifindex, ts_length(ifindex), &found, nullptr, nullptr,
+                    &value);
+    bail_error(err);
+    if (inout_result->port_phy_state == 2 && found && value != nullptr &&
+        static_cast<port_config_parameters_t *>(value)->enable == 0) {
+        inout_result->port_phy_state = 3;
+    }
+
+bail:
+    return err;
+}
+
 int get_external_port_info(const char *node_name, const tstr_array *bname_parts,
                            bn_binding **ret_binding, ifindexInformation *ret_val_from_ib_ports_ht)
 {
@@ -245,8 +302,6 @@ int get_external_port_info(const char *node_name, const tstr_array *bname_parts,
     swidapi_t *ctx = nullptr;
     ovd_port_reading reading = {};
     tstring *ifindex = nullptr;
-    tbool config_exists = false;
-    void *config_value = nullptr;
     tbool answer = true;
     tbool lid_route_mad_fail = false;
     int request_count = 0;
@@ -329,32 +384,11 @@ int get_external_port_info(const char *node_name, const tstr_array *bname_parts,
             s_cache.last_success = false;
             goto bail;
         }
-        err = get_pmtu_reg(port->assigned_to_swid, port->devid, port->localport, &reading.pmtu);
+        err = ovd_read_port_registers(port, &reading.pmtu, &reading.ptys, &reading.pvlc);
         if (err != 0) {
-            lc_log_source(LOG_WARNING, "Unable to read PMTU register, device %d port %d\n",
-                          static_cast<int>(port->devid), static_cast<int>(port->localport));
             s_cache.last_success = false;
             goto bail;
         }
-        lc_log_basic(LOG_DEBUG, "mtu oper %d cap %d", static_cast<int>(reading.pmtu.oper_mtu),
-                     static_cast<int>(reading.pmtu.max_mtu));
-        reading.ptys.proto_mask = reg_ptys_proto_mask_ib;
-        err = get_ptys_reg(port->assigned_to_swid, port->devid, port->localport, &reading.ptys);
-        if (err != 0) {
-            lc_log_source(LOG_WARNING, "Unable to read PTYS register\n");
-            s_cache.last_success = false;
-            goto bail;
-        }
-        lc_log_basic(LOG_DEBUG, "ptys oper %x cap %x", reading.ptys.ib_proto_oper,
-                     reading.ptys.ib_proto_capability);
-        err = get_pvlc_reg(port->assigned_to_swid, port->devid, port->localport, &reading.pvlc);
-        if (err != 0) {
-            lc_log_source(LOG_WARNING, "Unable to read PVLC register\n");
-            s_cache.last_success = false;
-            goto bail;
-        }
-        lc_log_basic(LOG_DEBUG, "vl oper %x cap %x", reading.pvlc.vl_operational,
-                     reading.pvlc.vl_cap);
         err = get_pplm_reg(port->assigned_to_swid, port->devid, port->localport, &reading.pplm,
                            static_cast<system_type_t>(g_sys_type));
         if (err != 0) {
@@ -372,15 +406,8 @@ int get_external_port_info(const char *node_name, const tstr_array *bname_parts,
         }
         err = ts_new_sprintf(&ifindex, "%u", port_num);
         bail_error(err);
-        bail_null(ifindex_to_config_ht);
-        err = ht_lookup(ifindex_to_config_ht, ifindex, ts_length(ifindex),
-                        &config_exists, nullptr, nullptr, &config_value);
+        err = ovd_read_disabled_not_polling(ifindex, &reading.result);
         bail_error(err);
-        // A port the user switched off never reads as polling.
-        if (reading.result.port_phy_state == 2 && config_exists && config_value != nullptr &&
-            static_cast<port_config_parameters_t *>(config_value)->enable == 0) {
-            reading.result.port_phy_state = 3;
-        }
         s_cache.last.result = reading.result;
         s_cache.last.pmtu = reading.pmtu;
         s_cache.last.ptys = reading.ptys;

@@ -6,6 +6,8 @@
 #include "bnode.h"
 #include "mdc_main.h"
 #include "ovd_ports_cache.h"
+#include "sa_registers.h"
+#include "swidapi.h"
 #include "tstr_array.h"
 #include "ttime.h"
 
@@ -28,6 +30,15 @@ extern uint16 g_ports_timeouts_index;
 int get_request_count(void);
 // Counter failures recorded within the last minute.
 uint32 get_port_timeouts(void);
+
+// The three registers of a port that the live caches read, in their order (PMTU, PTYS for
+// InfiniBand, PVLC); a failure is logged and ends the reads.
+int ovd_read_port_registers(const ifindexInformation *port, pmtu_reg_t *ret_pmtu,
+                            ptys_reg_t *ret_ptys, pvlc_reg_t *ret_pvlc);
+
+// A port the user switched off never reads as polling: PortInfo's physical state 2
+// becomes 3 when the port's configuration (by its ifindex) has enable 0.
+int ovd_read_disabled_not_polling(const tstring *ifindex, sa_port_speed_state_t *inout_result);
 
 // One attribute of an external port, named as the state tree names it (ifindex in part
 // num_parts - 2, the attribute in part 4).  *ret_binding stays null without an answer,

@@ -145,8 +145,6 @@ int get_internal_port_info(const char *node_name, const tstr_array *bname_parts,
     int request_count = 0;
     const char *dev_name = "";
     int dev_index = 0;
-    tbool config_exists = false;
-    void *config_value = nullptr;
 
     if (ret_binding == nullptr) {
         err = lc_err_unexpected_null;
@@ -240,23 +238,8 @@ int get_internal_port_info(const char *node_name, const tstr_array *bname_parts,
             bail_error(err);
             goto bail;
         }
-        err = get_pmtu_reg(port->assigned_to_swid, port->devid, port->localport, &pmtu);
+        err = ovd_read_port_registers(port, &pmtu, &ptys, &pvlc);
         if (err != 0) {
-            lc_log_source(LOG_WARNING, "Unable to read PMTU register, device %d port %d\n",
-                          static_cast<int>(port->devid), static_cast<int>(port->localport));
-            s_internal_cache.last_success = false;
-            goto bail;
-        }
-        ptys.proto_mask = reg_ptys_proto_mask_ib;
-        err = get_ptys_reg(port->assigned_to_swid, port->devid, port->localport, &ptys);
-        if (err != 0) {
-            lc_log_source(LOG_WARNING, "Unable to read PTYS register\n");
-            s_internal_cache.last_success = false;
-            goto bail;
-        }
-        err = get_pvlc_reg(port->assigned_to_swid, port->devid, port->localport, &pvlc);
-        if (err != 0) {
-            lc_log_source(LOG_WARNING, "Unable to read PVLC register\n");
             s_internal_cache.last_success = false;
             goto bail;
         }
@@ -271,15 +254,8 @@ int get_internal_port_info(const char *node_name, const tstr_array *bname_parts,
         }
         err = ts_new_sprintf(&ifindex, "%u", port_num);
         bail_error(err);
-        bail_null(ifindex_to_config_ht);
-        err = ht_lookup(ifindex_to_config_ht, ifindex, ts_length(ifindex), &config_exists,
-                        nullptr, nullptr, &config_value);
+        err = ovd_read_disabled_not_polling(ifindex, &result);
         bail_error(err);
-        // A port the user switched off never reads as polling.
-        if (result.port_phy_state == 2 && config_exists && config_value != nullptr &&
-            static_cast<port_config_parameters_t *>(config_value)->enable == 0) {
-            result.port_phy_state = ovd_phys_disabled;
-        }
         s_internal_cache.last_result = result;
         s_internal_cache.last_pmtu = pmtu;
         s_internal_cache.last_ptys = ptys;

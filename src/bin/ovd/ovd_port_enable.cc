@@ -434,15 +434,7 @@ int ovd_send_device_port_enable_done_event(uint32 status, uint32 devid, uint8 op
             bail_error(err);
         }
     }
-    err = ovd_add_value(req, "status", 0, bt_uint32, status);
-    bail_error(err);
-    err = ovd_add_value(req, "dev_id", 0, bt_uint32, devid);
-    bail_error(err);
-    err = ovd_add_value(req, "port_num", 0, bt_uint32, count);
-    bail_error(err);
-    err = ovd_add_value(req, "operation", 0, bt_uint8, operation);
-    bail_error(err);
-    err = ovd_add_value(req, "daemon", 0, bt_uint8, OVD_BASE);
+    err = ovd_add_done_values(req, status, devid, count, operation);
     bail_error(err);
 
     if (status == 0 && count == 0) {

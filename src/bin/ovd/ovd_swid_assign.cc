@@ -20,8 +20,6 @@ namespace {
 const char ovd_swid_prefix[] = "/portd/config/ifindex";
 const char ovd_port_disable_done[] = "/portd/events/port-disable-done";
 const char ovd_port_enable_done[] = "/portd/events/port-enable-done";
-// Who answers, in the done events.
-constexpr uint8 ovd_daemon_id = 8;
 
 // What a SWID change does, by the kind of change.
 struct ovd_swid_flags {
@@ -225,15 +223,7 @@ int ovd_send_port_disable_enable_done_on_assign_port_to_swid(const bn_binding_ar
         err = ovd_add_value(req, "ifindex", static_cast<int>(i), bt_uint32, ifindex);
         bail_error(err);
     }
-    err = ovd_add_value(req, "status", 0, bt_uint32, status);
-    bail_error(err);
-    err = ovd_add_value(req, "dev_id", 0, bt_uint32, dev_id);
-    bail_error(err);
-    err = ovd_add_value(req, "port_num", 0, bt_uint32, port_num);
-    bail_error(err);
-    err = ovd_add_value(req, "operation", 0, bt_uint8, operation);
-    bail_error(err);
-    err = ovd_add_value(req, "daemon", 0, bt_uint8, ovd_daemon_id);
+    err = ovd_add_done_values(req, status, dev_id, port_num, operation);
     bail_error(err);
     if (status == 0 && port_num == 0) {
         goto bail;

@@ -194,15 +194,7 @@ int ovd_send_virtual_port_disable_enable_done_event(const bn_binding_array *bind
         err = ovd_add_value(req, "swid", static_cast<int>(listed), bt_uint8, swid);
         bail_error(err);
     }
-    err = ovd_add_value(req, "status", 0, bt_uint32, status);
-    bail_error(err);
-    err = ovd_add_value(req, "dev_id", 0, bt_uint32, dev_id);
-    bail_error(err);
-    err = ovd_add_value(req, "port_num", 0, bt_uint32, listed);
-    bail_error(err);
-    err = ovd_add_value(req, "operation", 0, bt_uint8, operation);
-    bail_error(err);
-    err = ovd_add_value(req, "daemon", 0, bt_uint8, OVD_BASE);
+    err = ovd_add_done_values(req, status, dev_id, listed, operation);
     bail_error(err);
     if (status == 0 && listed == 0) {
         goto bail;
