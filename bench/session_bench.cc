@@ -1,16 +1,20 @@
 // One-binding gets over the real management socket, answered by mgmtd-lite from its own
 // database and by the daemon (through mgmtd-lite: a state node it answers empty, and a
 // port's speed limit, with the daemon logging at level 6 as on a switch and at 7, debug),
-// beside two floors measured in the same run: a raw Unix-socket ping-pong of the same
-// sizes, and the same bytes over two hops (client, relay, server), the shape of a request
-// that mgmtd passes on to the daemon.  Each benchmark reports its requests per second and
-// the latency percentiles; the daemon's get against the two-hop floor is the ratio to read.
+// beside floors measured in the same run: a raw Unix-socket ping-pong of the same sizes,
+// and the same bytes over two hops (client, relay, server), the shape of a request that
+// mgmtd passes on to the daemon, once with the three parties as threads of one process and
+// once as three processes, as the daemon's path has them.  Each benchmark reports its
+// requests per second and the latency percentiles; the daemon's limit get at level 6
+// against the two-hop floor of processes is the ratio to read (against the threads' floor,
+// which saves the address-space switches, it is lower).
 //
 // Runs as root: the daemon's socket directory is fixed, so the programs run in a private
 // mount namespace with their own /vtmp.
 #include <benchmark/benchmark.h>
 
 #include <sys/socket.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -263,8 +267,9 @@ bool read_full(int fd, char *buf, size_t want)
     return true;
 }
 
-// The two-hop floor: the client's request goes to a relay, which passes it to a server
-// and its answer back, each hop a Unix stream socket and each party its own thread.
+// The two-hop floor in one process: the client's request goes to a relay, which passes it
+// to a server and its answer back, each hop a Unix stream socket and each party its own
+// thread.
 void BM_RawUnixTwoHops(benchmark::State &state)
 {
     int front[2];
@@ -312,6 +317,78 @@ void BM_RawUnixTwoHops(benchmark::State &state)
     report(state, &lat_us);
 }
 BENCHMARK(BM_RawUnixTwoHops)->UseRealTime()->MinTime(2.0);
+
+// The same two hops with the relay and the server in processes of their own, as the
+// daemon's path has them (mgmtd-lite and the daemon): the floor that path is held to.
+// The children only read and write buffers made before the fork.
+void BM_RawUnixTwoHopsProcesses(benchmark::State &state)
+{
+    int front[2];
+    int back[2];
+    if (socketpair(AF_UNIX, SOCK_STREAM, 0, front) != 0 ||
+        socketpair(AF_UNIX, SOCK_STREAM, 0, back) != 0) {
+        state.SkipWithError("socketpair");
+        return;
+    }
+    char relay_req[kRequestBytes];
+    char relay_resp[kResponseBytes];
+    char server_req[kRequestBytes];
+    char server_resp[kResponseBytes];
+    std::fill(server_resp, server_resp + kResponseBytes, 'r');
+    const pid_t relay = fork();
+    if (relay == 0) {
+        close(front[0]);
+        close(back[1]);
+        while (read_full(front[1], relay_req, kRequestBytes) &&
+               write(back[0], relay_req, kRequestBytes) == static_cast<ssize_t>(kRequestBytes) &&
+               read_full(back[0], relay_resp, kResponseBytes) &&
+               write(front[1], relay_resp, kResponseBytes) ==
+                   static_cast<ssize_t>(kResponseBytes)) {
+        }
+        _exit(0);
+    }
+    const pid_t server = relay > 0 ? fork() : -1;
+    if (server == 0) {
+        close(front[0]);
+        close(front[1]);
+        close(back[0]);
+        while (read_full(back[1], server_req, kRequestBytes) &&
+               write(back[1], server_resp, kResponseBytes) ==
+                   static_cast<ssize_t>(kResponseBytes)) {
+        }
+        _exit(0);
+    }
+    close(front[1]);
+    close(back[0]);
+    close(back[1]);
+    if (relay < 0 || server < 0) {
+        state.SkipWithError("fork");
+    }
+    const std::vector<char> req(kRequestBytes, 'q');
+    std::vector<char> resp(kResponseBytes);
+    std::vector<double> lat_us;
+    lat_us.reserve(1 << 20);
+    for (auto _ : state) {
+        if (relay < 0 || server < 0) {
+            break;
+        }
+        const auto t0 = Clock::now();
+        if (write(front[0], req.data(), req.size()) != static_cast<ssize_t>(req.size()) ||
+            !read_full(front[0], resp.data(), resp.size())) {
+            state.SkipWithError("two hops");
+            break;
+        }
+        lat_us.push_back(std::chrono::duration<double, std::micro>(Clock::now() - t0).count());
+    }
+    close(front[0]);
+    for (pid_t child : {relay, server}) {
+        if (child > 0) {
+            waitpid(child, nullptr, 0);
+        }
+    }
+    report(state, &lat_us);
+}
+BENCHMARK(BM_RawUnixTwoHopsProcesses)->UseRealTime()->MinTime(2.0);
 
 }  // namespace
 
