@@ -306,6 +306,11 @@ std::vector<HostileRow> hostile_rows()
         // Live attributes of ports, asked oddly.
         {"a live attribute nobody has", {"get", "/ib/state/externalports/65/no_such_attribute"}},
         {"a live attribute of a port with an empty name", {"get", "/ib/state/externalports//state"}},
+        {"a live attribute nobody has, asked as an internal port",
+         {"get", "/ib/state/internal-leaf-ports/65/no_such_attribute"}, {},
+         "Invalid port attribute no_such_attribute"},
+        {"an internal port's state under a mangled number",
+         {"get", "/ib/state/internal-spine-ports/65abc/physical_state"}},
         {"a live attribute one level too deep", {"get", "/ib/state/externalports/65/state/x"}, {},
          "The swid value at node_name: /ib/state/externalports/65/state/x must be between 0 - 7"},
         {"a live attribute of a port that is no number",
