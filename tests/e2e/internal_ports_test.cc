@@ -151,4 +151,26 @@ TEST_F(InternalPorts, ALinkSwitchedOffAtTheFarEndIsNoError)
         << complaints();
 }
 
+TEST_F(InternalPorts, TheFastestSpeedBothEndsWereGivenIsTheMeasure)
+{
+    ASSERT_NO_FATAL_FAILURE(start());
+    rig_->shift_clock(121000);
+    // Leaf 13's end of its link to spine 1 is given sdr to qdr (7), the spine's end keeps
+    // sdr to fdr10 (15): the fastest speed they share is qdr, and the leaf's end runs it.
+    const unsigned leaf = kIfindex(13, 19);
+    ASSERT_EQ(0, rig_->lite()
+                     .ctl({"set", "/ib/config/internalports/" + std::to_string(leaf) + "/speed",
+                           "uint8", "7"})
+                     .code);
+    ASSERT_TRUE(receiver_->wait_for("link_speed_supported: [7]")) << complaints();
+    next_interval();
+    EXPECT_EQ("string qdr", attr("internal-leaf-ports", leaf, "speed")) << complaints();
+    EXPECT_EQ("string 0", attr("internal-leaf-ports", leaf, "has_error")) << complaints();
+    // Below that, the link is in error.
+    rig_->poke("port 13 19 speed_admin=0x3\n");
+    next_interval();
+    EXPECT_EQ("string ddr", attr("internal-leaf-ports", leaf, "speed")) << complaints();
+    EXPECT_EQ("string 1", attr("internal-leaf-ports", leaf, "has_error")) << complaints();
+}
+
 }  // namespace
