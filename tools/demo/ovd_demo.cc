@@ -202,7 +202,7 @@ int main(int argc, char **argv)
             const std::string ib_sysfs = dir + "/ib-sysfs";
             std::filesystem::create_directories(ib_sysfs);
             const ovd_test::FabricResult sysfs =
-                fabric.run({OVD_TOOLS_DIR "/ib-sysfs-lite", "--root", ib_sysfs, "--swid", "0"});
+                fabric.run_preloaded({OVD_TOOLS_DIR "/ib-sysfs-lite", "--root", ib_sysfs, "--swid", "0"}, {});
             if (sysfs.status != 0 || !ovd_test::mount_ib_sysfs(ib_sysfs, &why)) {
                 printf("== no sysfs view of SWID 0 (%s)\n",
                        sysfs.status != 0 ? sysfs.out.c_str() : why.c_str());
