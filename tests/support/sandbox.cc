@@ -115,6 +115,75 @@ bool enter_sandbox(std::string *ret_why)
     return true;
 }
 
+namespace {
+
+constexpr const char kSysClass[] = "/sys/class";
+constexpr const char kIbSysfs[] = "/sys/class/infiniband";
+constexpr const char kOldSysClass[] = "/vtmp/.ovd-test-sys-class";
+bool g_sys_class_made = false;
+bool g_ib_sysfs_mounted = false;
+
+// A tmpfs on /sys/class with every class of the host bound back in at its own name (so
+// that the relative links inside them still resolve), and an empty infiniband folder.
+bool make_sys_class(std::string *ret_why)
+{
+    mkdir(kOldSysClass, 0755);
+    if (mount(kSysClass, kOldSysClass, nullptr, MS_BIND | MS_REC, nullptr) != 0) {
+        return fail(ret_why, "bind /sys/class");
+    }
+    if (mount("tmpfs", kSysClass, "tmpfs", MS_NOSUID | MS_NODEV | MS_NOEXEC, "mode=0755") != 0) {
+        return fail(ret_why, "tmpfs on /sys/class");
+    }
+    DIR *dir = opendir(kOldSysClass);
+    if (dir == nullptr) {
+        return fail(ret_why, "opendir old /sys/class");
+    }
+    while (struct dirent *ent = readdir(dir)) {
+        const std::string name = ent->d_name;
+        if (name == "." || name == "..") {
+            continue;
+        }
+        const std::string to = std::string(kSysClass) + "/" + name;
+        mkdir(to.c_str(), 0755);
+        mount((std::string(kOldSysClass) + "/" + name).c_str(), to.c_str(), nullptr,
+              MS_BIND | MS_REC, nullptr);
+    }
+    closedir(dir);
+    umount2(kOldSysClass, MNT_DETACH);
+    rmdir(kOldSysClass);
+    if (mkdir(kIbSysfs, 0755) != 0) {
+        return fail(ret_why, "mkdir /sys/class/infiniband");
+    }
+    return true;
+}
+
+}  // namespace
+
+bool mount_ib_sysfs(const std::string &tree, std::string *ret_why)
+{
+    struct stat st;
+    if (!g_sys_class_made && stat(kIbSysfs, &st) != 0) {
+        if (!make_sys_class(ret_why)) {
+            return false;
+        }
+    }
+    g_sys_class_made = true;
+    unmount_ib_sysfs();
+    if (mount(tree.c_str(), kIbSysfs, nullptr, MS_BIND, nullptr) != 0) {
+        return fail(ret_why, "bind " + tree + " on /sys/class/infiniband");
+    }
+    g_ib_sysfs_mounted = true;
+    return true;
+}
+
+void unmount_ib_sysfs()
+{
+    if (g_ib_sysfs_mounted) {
+        umount2(kIbSysfs, MNT_DETACH);
+        g_ib_sysfs_mounted = false;
+    }
+}
+
 void set_kfs_link(const std::string &name, const std::string &target)
 {
     const std::string path = "/var/opt/kfs/output/" + name;

@@ -22,6 +22,14 @@ namespace ovd_test {
 // (not root, no mount namespaces).
 bool enter_sandbox(std::string *ret_why);
 
+// Makes the folder `tree` appear as /sys/class/infiniband, the driver's view of the
+// InfiniBand devices, in the private namespace (enter_sandbox first).  Where the folder
+// doesn't exist, /sys/class gets a tmpfs with the host's classes bound back in, since
+// sysfs takes no new folders.  A second call replaces the tree of the first.
+bool mount_ib_sysfs(const std::string &tree, std::string *ret_why);
+// Takes the tree away again (nothing happens when none is mounted).
+void unmount_ib_sysfs();
+
 // Points a kfs link such as "/var/opt/kfs/output/sysloglevel" at a target text, or
 // removes it when target is empty.
 void set_kfs_link(const std::string &name, const std::string &target);

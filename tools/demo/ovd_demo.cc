@@ -225,6 +225,15 @@ int main(int argc, char **argv)
             printf("== simulated fabric in %s, with a subnet manager\n", fabric.dir().c_str());
             daemon_env = fabric.client_env_preloaded({OVD_UMAD_BRIDGE});
             daemon_argv = {"/bin/sh", "-c", "cd '" + fabric.dir() + "' && exec " OVD_BIN};
+            // The driver's view of SWID 0 in sysfs, as the subnet manager set the switch up.
+            const std::string ib_sysfs = dir + "/ib-sysfs";
+            std::filesystem::create_directories(ib_sysfs);
+            const ovd_test::FabricResult sysfs =
+                fabric.run_preloaded({OVD_TOOLS_DIR "/ib-sysfs-lite", "--root", ib_sysfs, "--swid", "0"}, {});
+            if (sysfs.status != 0 || !ovd_test::mount_ib_sysfs(ib_sysfs, &why)) {
+                printf("== no sysfs view of SWID 0 (%s)\n",
+                       sysfs.status != 0 ? sysfs.out.c_str() : why.c_str());
+            }
         } else {
             printf("== no simulated fabric (%s): the daemon's datagrams go nowhere\n",
                    why.c_str());

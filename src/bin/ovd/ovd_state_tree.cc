@@ -6,6 +6,7 @@
 #include "logging.h"
 #include "ovd_device_add.h"
 #include "ovd_external_port_info.h"
+#include "ovd_fabric_identity.h"
 #include "ovd_internal_port_info.h"
 #include "ovd_main.h"
 #include "ovd_ports_cache.h"
@@ -101,8 +102,14 @@ int ovd_mon_get_leaf(const char *bname, const tstr_array *bname_parts, bn_bindin
         err = ovd_swid_of_part(bname, id_part, &number, &ok);
         bail_error_quiet(err);
         if (ok) {
-            // The SWID's view of the fabric joins here with the fabric identity queries.
-            err = ovd_unknown_node(bname);
+            err = strcmp(last_name_part, "is_sm_in_fabric") == 0
+                      ? get_is_sm_in_fabric(bname, bname_parts, ret_binding)
+                  : strcmp(last_name_part, "my_lid") == 0
+                      ? get_my_lid(bname, bname_parts, ret_binding)
+                  : strcmp(last_name_part, "sm_lid") == 0
+                      ? get_sm_lid(bname, bname_parts, ret_binding)
+                      : get_my_sm_port_guid(bname, bname_parts, ret_binding);
+            bail_error(err);
         }
         goto bail;
     }
@@ -232,8 +239,8 @@ int ovd_mon_handle_get(const char *bname, const tstr_array *bname_parts, void *d
                                &ok);
         bail_error_quiet(err);
         if (ok) {
-            // A device's GUID, LID and name join here with the fabric identity queries.
-            err = ovd_unknown_node(bname);
+            err = get_node_lid_guid(bname, bname_parts, &binding);
+            bail_error(err);
         }
         break;
     default:
