@@ -199,15 +199,13 @@ TEST_F(SwidapiFabricTest, NoSmLidKnownWithoutASubnetManager)
     EXPECT_EQ("10", get(r, "retries_after"));
 }
 
-TEST_F(SwidapiFabricTest, BridgeMapsEverySwidDeviceAndItsSysfs)
+TEST_F(SwidapiFabricTest, BridgeMapsEverySwidDevice)
 {
     Fabric fabric;
     ASSERT_NO_FATAL_FAILURE(start(&fabric));
-    const FabricResult lid = probe(&fabric, {"sysfs", "lid"});
-    EXPECT_EQ("0", get(lid, "err")) << lid.out;
-    EXPECT_EQ("0x1", get(lid, "value"));
-    EXPECT_EQ("0000:0000:0000:0000:02ab:0100:00aa:0000", get(probe(&fabric, {"sysfs", "guid"}), "value"));
-    EXPECT_EQ("0x0", get(probe(&fabric, {"sysfs", "sm_lid"}), "value"));
+    // The driver's attribute files are read as the process sees them, not through the
+    // simulator's picture of sysfs: here there are none (the fabric identity tests mount
+    // a tree filled from the fabric).
     const FabricResult missing = probe(&fabric, {"sysfs", "no_such_file"});
     EXPECT_EQ(std::to_string(14004), get(missing, "err")) << missing.out;
     EXPECT_NE(std::string::npos, missing.out.find("get_ib_fn: No file /sys/class/infiniband/vq_ib_0/no_such_file"))

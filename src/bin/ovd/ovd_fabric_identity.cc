@@ -83,7 +83,7 @@ int ovd_get_sysfs_lid(const char *func, const char *type, const char *node_name,
     swid_str = tstr_array_get_str_quick(bname_parts, ovd_swid_part);
     bail_null(swid_str);
 
-    err = ovd_fabric::get_ib_fn(type, val, sizeof(val), swid_str);
+    err = get_ib_fn(type, val, sizeof(val), swid_str);
     if (err == lc_err_not_found) {
         // No such device in sysfs (yet): the SWID has no LID.
         strlcpy(val, "0x0", sizeof(val));
@@ -107,58 +107,6 @@ bail:
 }
 
 }  // namespace
-
-namespace ovd_fabric {
-
-int get_ib_fn(const char *type, char *val, int size, const char *swid_str)
-{
-    int err = 0;
-    char path[ovd_sysfs_buf_len] = {};
-    const char *file = nullptr;
-    FILE *fp = nullptr;
-    size_t len = 0;
-
-    bail_null(type);
-    bail_null(val);
-    bail_null(swid_str);
-    bail_require(size > 0);
-
-    if (strcmp(type, "guid") == 0) {
-        file = "ports/0/gids/0";
-    } else if (strcmp(type, "lid") == 0) {
-        file = "ports/0/lid";
-    } else if (strcmp(type, "sm_lid") == 0) {
-        file = "ports/0/sm_lid";
-    } else {
-        file = type;
-    }
-    snprintf(path, sizeof(path), "/sys/class/infiniband/vq_ib_%s/%s", swid_str, file);
-
-    fp = fopen(path, "r");
-    if (fp == nullptr) {
-        lc_log_basic(LOG_ERR, "%s: No file %s", __func__, path);
-        err = lc_err_not_found;
-        goto bail;
-    }
-    val[0] = '\0';
-    if (fgets(val, size, fp) == nullptr) {
-        lc_log_basic(LOG_ERR, "%s: No data in %s", __func__, path);
-        err = lc_err_not_found;
-        goto bail;
-    }
-    len = strlen(val);
-    if (len > 0 && val[len - 1] == '\n') {
-        val[len - 1] = '\0';
-    }
-
-bail:
-    if (fp != nullptr) {
-        fclose(fp);
-    }
-    return err;
-}
-
-}  // namespace ovd_fabric
 
 int get_my_lid(const char *node_name, const tstr_array *bname_parts, bn_binding **ret_binding)
 {
@@ -186,7 +134,7 @@ int get_my_sm_port_guid(const char *node_name, const tstr_array *bname_parts,
     swid_str = tstr_array_get_str_quick(bname_parts, ovd_swid_part);
     bail_null(swid_str);
 
-    err = ovd_fabric::get_ib_fn("guid", val, sizeof(val), swid_str);
+    err = get_ib_fn("guid", val, sizeof(val), swid_str);
     if (err == lc_err_not_found) {
         strlcpy(val, ovd_zero_gid, sizeof(val));
         err = 0;

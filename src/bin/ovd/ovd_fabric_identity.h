@@ -13,17 +13,7 @@
 #include "swidapi.h"
 #include "tstr_array.h"
 
-// The SWID reader of the daemon.  The hardware access layer has a reader of the same name
-// and purpose for its own use; this one is the daemon's, so it lives in its own namespace.
-namespace ovd_fabric {
-
-// Reads the first line of a file of the SWID's sysfs folder into val (at most size - 1
-// characters), without its newline.  type "guid" is "ports/0/gids/0", "lid" is
-// "ports/0/lid", "sm_lid" is "ports/0/sm_lid"; any other text is the file's own path
-// below the folder.  A missing file or one without a line is lc_err_not_found, logged.
-int get_ib_fn(const char *type, char *val, int size, const char *swid_str);
-
-}  // namespace ovd_fabric
+// The SWID's sysfs files are read with get_ib_fn of the hardware access layer.
 
 // /ib/state/swid/<swid>/is_sm_in_fabric: bt_bool, whether a master subnet manager
 // answers.  The query may take up to a time-out that grows while none answers (500,

@@ -9,6 +9,7 @@
 #include <string.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <string_view>
 
 #include "logging.h"
@@ -343,10 +344,8 @@ int get_ib_fn(const char *type, char *val, int size, const char *swid_str)
 {
     int err = 0;
     char path[256] = {};
-    char buf[SA_SYSFS_VAL_MAX + 1] = {};
     const char *file = nullptr;
-    int fd = -1;
-    ssize_t got = 0;
+    FILE *fp = nullptr;
     size_t len = 0;
     std::string_view t;
 
@@ -366,33 +365,28 @@ int get_ib_fn(const char *type, char *val, int size, const char *swid_str)
     }
     snprintf(path, sizeof(path), SA_SYSFS_IB_FMT, swid_str, file);
 
-    // Plain open and read: the platform's view of sysfs is the one the process sees
-    // through these calls.
-    fd = open(path, O_RDONLY | O_CLOEXEC);
-    if (fd < 0) {
+    // The driver's files as the process sees them: stdio reads the real tree (the fabric
+    // simulator's preload redirects only plain opens, for the MAD library's device scan).
+    fp = fopen(path, "re");
+    if (fp == nullptr) {
         lc_log_basic(LOG_ERR, "%s: No file %s", __func__, path);
         err = lc_err_not_found;
         goto bail;
     }
-    do {
-        got = read(fd, buf, SA_SYSFS_VAL_MAX);
-    } while (got < 0 && errno == EINTR);
-    if (got > 0) {
-        buf[got] = '\0';
-        // One line, without its newline.
-        len = strcspn(buf, "\n");
-        buf[len] = '\0';
-    }
-    if (len == 0) {
+    val[0] = '\0';
+    if (fgets(val, std::min(size, SA_SYSFS_VAL_MAX + 1), fp) == nullptr) {
         lc_log_basic(LOG_ERR, "%s: No data in %s", __func__, path);
         err = lc_err_not_found;
         goto bail;
     }
-    strlcpy(val, buf, static_cast<size_t>(size));
+    len = strlen(val);
+    if (len > 0 && val[len - 1] == '\n') {
+        val[len - 1] = '\0';
+    }
 
 bail:
-    if (fd >= 0) {
-        close(fd);
+    if (fp != nullptr) {
+        fclose(fp);
     }
     return err;
 }

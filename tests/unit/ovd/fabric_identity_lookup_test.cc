@@ -220,14 +220,14 @@ TEST_F(FabricIdentityLookup, TheSysfsReaderReadsOneLineOfTheSwidsFolder)
 
     char val[100] = {};
     // Any other type is a file of the folder; only the first line, without its newline.
-    EXPECT_EQ(0, ovd_fabric::get_ib_fn("node_guid", val, sizeof(val), "2"));
+    EXPECT_EQ(0, get_ib_fn("node_guid", val, sizeof(val), "2"));
     EXPECT_STREQ("0200:0000:0000:0001", val);
-    EXPECT_EQ(0, ovd_fabric::get_ib_fn("guid", val, sizeof(val), "2"));
+    EXPECT_EQ(0, get_ib_fn("guid", val, sizeof(val), "2"));
     EXPECT_STREQ("fe80:0000:0000:0000:0200:0000:0000:0001", val);
     // A short buffer takes what fits.
-    EXPECT_EQ(0, ovd_fabric::get_ib_fn("guid", val, 5, "2"));
+    EXPECT_EQ(0, get_ib_fn("guid", val, 5, "2"));
     EXPECT_STREQ("fe80", val);
-    EXPECT_EQ(lc_err_not_found, ovd_fabric::get_ib_fn("lid", val, sizeof(val), "2"));
+    EXPECT_EQ(lc_err_not_found, get_ib_fn("lid", val, sizeof(val), "2"));
     EXPECT_TRUE(logs_->wait_for("get_ib_fn: No file /sys/class/infiniband/vq_ib_2/ports/0/lid"));
 
     // Through the producer, in the SWID of the name's part 3.
