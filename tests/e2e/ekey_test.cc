@@ -407,6 +407,73 @@ TEST_P(EkeyBlade, EventsOfTheOtherKindAreRefused)
     EXPECT_EQ(1u, done_events()) << rig_->lite().log();
 }
 
+// Malformed news from the blade's own controller: each is refused where it is read, the
+// daemon goes on, and no port moves.
+TEST_P(EkeyBlade, MalformedChangesAreRefusedAndMoveNothing)
+{
+    ASSERT_NO_FATAL_FAILURE(start());
+    ASSERT_NO_FATAL_FAILURE(send_ready());
+    ovd_test::CtlResult done = ask(enable_args(1, kind().ports), "/portd/events/port-enable-done");
+    ASSERT_EQ("uint32:0", answer_fields(done.out)["status"]) << done.out << complaints();
+    ASSERT_NO_FATAL_FAILURE(settle());
+
+    const bool single = kind().system_type == kSingle.system_type;
+    const std::string event =
+        single ? "/brelld/events/ekey-port-change" : "/cme/events/allow_external_ports";
+    // Rows of bindings and a line of the log that both must be on.
+    struct Row {
+        std::vector<std::string> bindings;
+        std::string where;
+        std::string what;
+    };
+    const std::vector<Row> rows =
+        single ? std::vector<Row>{
+                     {{}, "ovd_ekey_event_uint8(), ovd_ekey:", "Unexpected NULL"},
+                     {{"port=uint8:4"}, "ovd_ekey_event_tbool(), ovd_ekey:", "Unexpected NULL"},
+                     {{"port=string:4", "enable=tbool:false"}, "ovd_ekey_event_uint8(), ovd_ekey:",
+                      "Error code"},
+                     {{"port=uint8:4", "enable=uint32:0"}, "ovd_ekey_event_tbool(), ovd_ekey:",
+                      "Error code"},
+                     {{"port=uint8:0", "enable=tbool:false"}, "ovd_ekey:",
+                      "Label ID 0 exceeds range (1 - 64)."},
+                     {{"port=uint8:255", "enable=tbool:false"}, "ovd_ekey:",
+                      "Label ID 255 exceeds range (1 - 64)."},
+                 }
+               : std::vector<Row>{
+                     {{}, "ovd_ekey_event_uint8(), ovd_ekey:", "Unexpected NULL"},
+                     {{"lower_bound=uint8:4"}, "ovd_ekey_event_uint8(), ovd_ekey:",
+                      "Unexpected NULL"},
+                     {{"lower_bound=uint8:4", "upper_bound=uint8:4"},
+                      "ovd_ekey_event_tbool(), ovd_ekey:", "Unexpected NULL"},
+                     {{"lower_bound=uint32:4", "upper_bound=uint8:4", "enable=tbool:false"},
+                      "ovd_ekey_event_uint8(), ovd_ekey:", "Error code"},
+                     {{"lower_bound=uint8:0", "upper_bound=uint8:4", "enable=tbool:false"},
+                      "ovd_ekey:", "Label ID 0 exceeds range (1 - 64)."},
+                     {{"lower_bound=uint8:9", "upper_bound=uint8:3", "enable=tbool:false"},
+                      "[ovd.ERR]:",
+                      "ovd_handle_allow_external_ports_event: Received upper_bound 3 and "
+                      "lower_bound 9!"},
+                 };
+    const size_t before = rig_->journal().size();
+    for (const Row &row : rows) {
+        SCOPED_TRACE(::testing::PrintToString(row.bindings));
+        std::vector<std::string> args = {"event", event};
+        args.insert(args.end(), row.bindings.begin(), row.bindings.end());
+        ASSERT_NO_FATAL_FAILURE(send(args));
+        ASSERT_TRUE(receiver_->wait_for(row.what));
+        bool both = false;
+        for (const std::string &line : receiver_->lines()) {
+            both = both || (line.find(row.where) != std::string::npos &&
+                            line.find(row.what) != std::string::npos);
+        }
+        EXPECT_TRUE(both) << ::testing::PrintToString(receiver_->lines());
+        ASSERT_NO_FATAL_FAILURE(settle());
+        ASSERT_TRUE(rig_->daemon().running());
+    }
+    EXPECT_TRUE(paos_writes(rig_->journal(before)).empty())
+        << ovd_test::read_file(rig_->journal_path());
+}
+
 INSTANTIATE_TEST_SUITE_P(Blades, EkeyBlade, ::testing::Values(kSingle, kRange),
                          [](const ::testing::TestParamInfo<BladeKind> &info) {
                              return std::string(info.param.name);
