@@ -117,7 +117,7 @@ protected:
     const BladeKind &kind() const { return GetParam(); }
     std::string model() const { return ovd_test::register_models_dir() + "/" + kind().model; }
 
-    void start()
+    void start(uint32_t subsystem_type = 0)
     {
         std::string why;
         ASSERT_TRUE(rig_->fabric().start_sm(&why)) << why;
@@ -126,7 +126,9 @@ protected:
                                             model()));
         const ovd_test::CtlResult add =
             rig_->portd({"--model", model(), "--system-type", std::to_string(kind().system_type),
-                         "--subsystem-type", std::to_string(kind().subsystem_type),
+                         "--subsystem-type",
+                         std::to_string(subsystem_type != 0 ? subsystem_type
+                                                            : kind().subsystem_type),
                          "add-devices", "1"});
         ASSERT_EQ(0, add.code) << add.out << add.err;
     }
@@ -471,6 +473,29 @@ TEST_P(EkeyBlade, MalformedChangesAreRefusedAndMoveNothing)
         ASSERT_TRUE(rig_->daemon().running());
     }
     EXPECT_TRUE(paos_writes(rig_->journal(before)).empty())
+        << ovd_test::read_file(rig_->journal_path());
+}
+
+// A device of another subsystem type on a blade system: its ports get PAOS by their
+// E-keys all the same, but no E-key is recorded for them, so that a later change of one
+// is refused.
+TEST_P(EkeyBlade, DeviceOfAnotherSubsystemTypeKeepsNoEkeys)
+{
+    ASSERT_NO_FATAL_FAILURE(start(1));
+    ASSERT_NO_FATAL_FAILURE(send_ready());
+    const size_t before = rig_->journal().size();
+    ovd_test::CtlResult done = ask(enable_args(1, kind().ports), "/portd/events/port-enable-done");
+    ASSERT_EQ("uint32:0", answer_fields(done.out)["status"]) << done.out << complaints();
+    expect_first_pass(paos_writes(rig_->journal(before)));
+    ASSERT_NO_FATAL_FAILURE(settle());
+
+    const size_t after = rig_->journal().size();
+    ASSERT_NO_FATAL_FAILURE(send_ekey(4, false));
+    EXPECT_TRUE(receiver_->wait_for(
+        "[ovd.ERR]: Wrong Behaviour. Ekey value for label port 4 should have existed in OVD "
+        "cache"));
+    ASSERT_NO_FATAL_FAILURE(settle());
+    EXPECT_TRUE(paos_writes(rig_->journal(after)).empty())
         << ovd_test::read_file(rig_->journal_path());
 }
 
