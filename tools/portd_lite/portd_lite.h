@@ -14,6 +14,8 @@
 //     each end names the other as ifindex_neighbor (0 when left unwired);
 //   - the panel label of a port is its local port number; local ports from 65 are
 //     virtual;
+//   - subsystem type: 1 on a standalone system, 19 for a spine and 18 for a leaf of a
+//     chassis, unless one is given;
 //   - speed capability and limit are the enumerator of the highest speed bit of the
 //     device's ports (0 SDR .. 5 EDR);
 //   - SWIDs served are all the SWIDs the model's ports are in (255 excluded).
@@ -78,6 +80,9 @@ struct pl_event_options {
     int32 peo_port_limit = -1;
     // Announce the device under this id instead of its own (0 keep).
     uint32 peo_as_dev_id = 0;
+    // Announce this subsystem type (a blade's, say) instead of the one derived from the
+    // system type and the slot (0 derive).
+    uint32 peo_subsystem_type = 0;
 };
 
 // The ifindex of a device's local port.

@@ -1,7 +1,8 @@
 // portd-lite: the port manager's stand-in (see portd_lite.h for what it derives).
 //
 //   portd-lite [--sock-root PREFIX] [--model FILE|builtin:NAME] [--system-type N]
-//              [--timeout S] [--master DEVID] [--ports N] [--as DEVID] COMMAND ...
+//              [--timeout S] [--master DEVID] [--ports N] [--as DEVID]
+//              [--subsystem-type N] COMMAND ...
 //
 //   add-devices [DEVID...]   announce the model's devices (all, or those named), one at a
 //                            time, each after the answer to the one before; prints
@@ -38,6 +39,8 @@
 //
 // --ports N announces only the first N ports of a device (0: none); --as DEVID announces
 // the one device named under another id.  The default system type is 36 (standalone).
+// --subsystem-type N announces the devices with that subsystem type (a blade's) instead of
+// the one derived from the system type.
 // --operation N sends another operation in enable and disable; --swid N puts every port
 // of those events in SWID N instead of the model's; --json prints the answers as JSON.
 //
@@ -123,7 +126,7 @@ void pl_usage(FILE *out)
             "[--system-type N]\n"
             "                  [--timeout S] [--master DEVID] [--ports N] [--as DEVID] "
             "COMMAND ...\n"
-            "                  [--operation N] [--swid N] [--json]\n"
+            "                  [--operation N] [--swid N] [--subsystem-type N] [--json]\n"
             "commands:\n"
             "  add-devices [DEVID...]\n"
             "  enable DEVID [LOCAL...]\n"
@@ -819,6 +822,8 @@ int main(int argc, char **argv)
         } else if (arg == "--ports" && has_value) {
             ok = pl_parse_uint(argv[++i], &num) && num <= pl_ports_per_device * 4;
             opts.po_event.peo_port_limit = static_cast<int32>(num);
+        } else if (arg == "--subsystem-type" && has_value) {
+            ok = pl_parse_uint(argv[++i], &opts.po_event.peo_subsystem_type);
         } else if (arg == "--as" && has_value) {
             ok = pl_parse_uint(argv[++i], &opts.po_event.peo_as_dev_id);
         } else if (arg == "--operation" && has_value) {

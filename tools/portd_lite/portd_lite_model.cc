@@ -345,7 +345,10 @@ int pl_device_add_bindings(const pl_model &model, uint32 dev_id, const pl_event_
         out.push_back(pl_binding{name, type, value});
     };
     const std::string speed = std::to_string(pl_speed_enum(speed_mask));
-    const uint32 subsystem_type = standalone ? 1 : (slot_type == SAH_SPINES ? 19 : 18);
+    const uint32 subsystem_type = opts.peo_subsystem_type != 0 ? opts.peo_subsystem_type
+                                  : standalone                  ? 1
+                                  : slot_type == SAH_SPINES     ? 19
+                                                                : 18;
 
     add("system_type", "uint32", std::to_string(opts.peo_system_type));
     add("subsystem_type", "uint32", std::to_string(subsystem_type));

@@ -13,6 +13,7 @@
 #include "ovd_config.h"
 #include "ovd_device_add.h"
 #include "ovd_direct_routes.h"
+#include "ovd_ekey.h"
 #include "ovd_main.h"
 #include "ovd_port_enable.h"
 #include "ovd_port_removal.h"
@@ -201,13 +202,19 @@ int ovd_handle_event_request(gcl_session *sess, bn_request **inout_request, void
     name = ts_str(event_name);
     lc_log_basic(LOG_NOTICE, "Received event: %s", name);
 
-    // In the order of the interest declarations.  The blade events join here with their
-    // flows.
+    // In the order of the interest declarations.
     if (strcmp(name, mdc_event_dbchange) == 0) {
         err = ovd_handle_dbchange_event(event_name, bindings);
         bail_error(err);
     } else if (strcmp(name, "/portd/events/ib-device-add") == 0) {
         err = ovd_handle_device_add_request(bindings);
+        bail_error(err);
+    } else if (strcmp(name, "/cme/events/allow_external_ports") == 0) {
+        lc_log_basic(LOG_NOTICE, "Received allow external ports event\n");
+        err = ovd_handle_allow_external_ports_event(bindings);
+        bail_error(err);
+    } else if (strcmp(name, "/cme/events/cme-ready") == 0) {
+        err = ovd_handle_cme_ready_event();
         bail_error(err);
     } else if (strcmp(name, "/topod/events/ib-direct-route-update") == 0) {
         lc_log_basic(LOG_NOTICE, "Received direct route update event\n");
@@ -227,6 +234,12 @@ int ovd_handle_event_request(gcl_session *sess, bn_request **inout_request, void
         bail_error(err);
     } else if (strcmp(name, "/portd/events/device-validate-ib") == 0) {
         err = ovd_handle_ib_device_validate_event(bindings);
+        bail_error(err);
+    } else if (strcmp(name, "/brelld/events/brelld-ready") == 0) {
+        err = ovd_handle_brelld_ready_event();
+        bail_error(err);
+    } else if (strcmp(name, "/brelld/events/ekey-port-change") == 0) {
+        err = ovd_handle_brelld_port_change_event(bindings);
         bail_error(err);
     } else if (strcmp(name, "/ib/events/ovd-debug-mode") == 0) {
         err = ovd_handle_debug_mode_change_event(bindings);

@@ -5,6 +5,7 @@
 #include "logging.h"
 #include "mdc_main.h"
 #include "ovd_config.h"
+#include "ovd_ekey.h"
 #include "ovd_ports_cache.h"
 #include "swidapi.h"
 
@@ -30,7 +31,8 @@ int main(void)
     bail_error(err);
     err = ovd_read_system_profile(&g_system_profile);
     bail_error(err);
-    // The blade-system check joins here.
+    err = check_if_ekey_blade_system(&g_ekey_system);
+    bail_error(err);
 
     err = ovd_read_locallinks_time_to_settle();
     bail_error(err);

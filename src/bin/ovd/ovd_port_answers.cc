@@ -7,6 +7,7 @@
 
 #include "chassis_helper.h"
 #include "logging.h"
+#include "ovd_ekey.h"
 #include "ovd_main.h"
 #include "ovd_port_values.h"
 #include "ovd_speed_limits.h"
@@ -50,6 +51,9 @@ constexpr ovd_attrib_row ovd_attrib_table[] = {
     {"xmit_discards", OVD_ATTR_XMIT_DISCARDS},
 };
 
+// The physical state that the daemon itself substitutes on e-key blades.
+constexpr uint8 ovd_phy_state_disabled_by_chassis = 8;
+
 constexpr uint8 ovd_low_byte(uint32 word)
 {
     return static_cast<uint8>(word & 0xff);
@@ -60,14 +64,25 @@ constexpr uint8 ovd_width_byte(uint32 word)
     return static_cast<uint8>((word >> 16) & 0xff);
 }
 
-// The physical state as users see it.  An e-key blade's port held down by its chassis
-// controller would read 8 here; that correction joins with the e-key blade support, and
-// until then every system is a regular one.
-int ovd_answer_phy_state(const sa_port_speed_state_t *result, uint8 *ret_state)
+// The physical state as users see it: on an e-key blade a port whose e-key holds it down
+// reads 8, "Disabled By Chassis Manager", whatever the hardware says.
+int ovd_answer_phy_state(const sa_port_speed_state_t *result, const ifindexInformation *port,
+                         uint8 *ret_state)
 {
     int err = 0;
+    ekeyInfo *ekey_status_val = nullptr;
+
     bail_null(result);
+    bail_null(port);
     *ret_state = result->port_phy_state;
+    if (g_ekey_system != regular_system) {
+        err = get_label_port_ekey_status(port->label_port, &ekey_status_val);
+        bail_error(err);
+        bail_null(ekey_status_val);
+        if (ekey_status_val->enable == 0) {
+            *ret_state = ovd_phy_state_disabled_by_chassis;
+        }
+    }
 bail:
     return err;
 }
@@ -117,7 +132,7 @@ int ovd_answer_all_data(const sa_port_speed_state_t *result, const ifindexInform
                                    ovd_low_byte(width_param));
     bail_error(err);
     bail_null(rate_str);
-    err = ovd_answer_phy_state(result, &port_state_res);
+    err = ovd_answer_phy_state(result, port, &port_state_res);
     bail_error(err);
 
     if (use_ext_counters) {
@@ -278,7 +293,7 @@ int get_port_info(const char *node_name, bn_binding **ret_binding, int arg, int 
         err = sa_port_port_logical_state_to_tstr(&res_str, result->port_logical_state);
         break;
     case OVD_ATTR_PHYSICAL_STATE:
-        err = ovd_answer_phy_state(result, &phy_state);
+        err = ovd_answer_phy_state(result, port, &phy_state);
         bail_error(err);
         err = sa_port_port_phy_state_to_tstr(&res_str, phy_state);
         break;

@@ -12,6 +12,7 @@
 #include "chassis_helper.h"
 #include "logging.h"
 #include "mdc_main.h"
+#include "ovd_ekey.h"
 #include "ovd_main.h"
 #include "ovd_port_config.h"
 #include "ovd_port_values.h"
@@ -120,6 +121,37 @@ void ovd_log_missing_config(const char *func, const tstring *ifindex)
                  ts_str(ifindex));
 }
 
+// The enable leaf on an e-key blade system.
+int ovd_port_enable_ekey_blade(ifindexInformation *port_info, uint8 enable_status)
+{
+    int err = 0;
+    ekeyInfo *ekey_status_val = nullptr;
+
+    if (enable_status != 0) {
+        err = get_label_port_ekey_status(port_info->label_port, &ekey_status_val);
+        bail_error(err);
+        bail_null(ekey_status_val);
+        if (ekey_status_val->enable != 0 && !port_info->configured_state) {
+            err = ovd_set_paos_register(port_info->devid, port_info->localport,
+                                        port_info->label_port, port_info->assigned_to_swid,
+                                        PORT_UP);
+            bail_error(err);
+            port_info->configured_state = true;
+            ovd_port_settle();
+        }
+    } else if (port_info->configured_state) {
+        err = ovd_set_paos_register(port_info->devid, port_info->localport,
+                                    port_info->label_port, port_info->assigned_to_swid,
+                                    PORT_DOWN);
+        bail_error(err);
+        port_info->configured_state = false;
+        ovd_port_settle();
+    }
+
+bail:
+    return err;
+}
+
 } // namespace
 
 void ovd_device_log_name(uint32 dev_id, const char **ret_name, int *ret_index)
@@ -186,12 +218,13 @@ int ovd_handle_ib_port_enable_config_status(const tstring *bname, const tstr_arr
 
     port_info = lookup.port_info;
     if (enable_status < OVD_CONFIG_NOT_SET && ovd_port_is_reachable(&lookup)) {
-        // On an e-key blade system the chassis manager's e-key of the label port has the
-        // last word: an enable brings the port up only while the e-key allows it, a disable
-        // takes it down if it is up.  That branch joins here with the e-key blade support
-        // (g_ekey_system, get_label_port_ekey_status); every system is a regular one until
-        // then.
-        if (static_cast<uint8>(port_info->configured_state) != enable_status) {
+        if (g_ekey_system != regular_system) {
+            // The chassis manager's e-key of the label port has the last word: an enable
+            // brings the port up only while the e-key allows it, a disable takes it down if
+            // it is up.  A port the e-key holds down keeps the wish in the record alone.
+            err = ovd_port_enable_ekey_blade(port_info, enable_status);
+            bail_error(err);
+        } else if (static_cast<uint8>(port_info->configured_state) != enable_status) {
             err = ovd_set_paos_register(port_info->devid, port_info->localport,
                                         port_info->label_port, port_info->assigned_to_swid,
                                         enable_status != 0 ? PORT_UP : PORT_DOWN);

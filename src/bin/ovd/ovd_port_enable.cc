@@ -8,6 +8,7 @@
 #include "logging.h"
 #include "ovd_device_add.h"
 #include "ovd_dispatch.h"
+#include "ovd_ekey.h"
 #include "ovd_swid_assign.h"
 #include "ovd_main.h"
 #include "ovd_port_attributes.h"
@@ -58,7 +59,6 @@ int ovd_enable_one_port(uint32 dev_id, const devinfo *dev, uint8 local, uint32 i
     uint8 enable_status = OVD_CONFIG_NOT_SET;
     uint8 speed = 0;
 
-    (void)ifindex_val;
     lc_log_basic(LOG_NOTICE, "OVD configures port attributes for device: [%u, %s], label port: [%u]",
                  dev_id, ovd_dev_name(dev), static_cast<uint32>(port->label_port));
     err = map_ibport_to_localport(static_cast<uint8>(dev_id), local, port->ibport);
@@ -68,7 +68,19 @@ int ovd_enable_one_port(uint32 dev_id, const devinfo *dev, uint8 local, uint32 i
     bail_error(err);
     port->active_speed = speed;
 
-    // Every system is a regular one here: the e-key blades decide their PAOS themselves.
+    if (g_ekey_system != regular_system) {
+        // Nothing is written before the controller is ready: its ready event makes up for
+        // it, for every port at once.
+        if (g_handled_ekey_blade_ready_event) {
+            tbool state = false;
+            err = configure_ekey_blade_paos(port->label_port, dev_id, local, enable_status,
+                                            ifindex_val, port->assigned_to_swid, &state);
+            port->configured_state = state;
+            bail_error(err);
+            port->enable_port_time = lt_sys_uptime_ms();
+        }
+        goto bail;
+    }
     if (enable_status != 1 && enable_status != OVD_CONFIG_NOT_SET) {
         err = ovd_set_paos_register(dev_id, local, port->label_port, port->assigned_to_swid,
                                     PORT_DOWN);
@@ -241,8 +253,11 @@ int ovd_handle_init_device_port_enable_event(const bn_binding_array *bindings)
     uint8 local_ports_array[OVD_NUM_LOCAL_PORT_SLOTS] = {};
     const int flow_err = ovd_init_enable_flow(bindings, &dev_id, local_ports_array);
 
-    // Every system answers here; an e-key blade system waiting for its controller would
-    // hold the answer back.
+    // An e-key blade system still waiting for its controller holds the answer back: the
+    // ready event sends it.
+    if (flow_err == 0 && g_ekey_system != regular_system && !g_handled_ekey_blade_ready_event) {
+        goto bail;
+    }
     err = ovd_send_device_port_enable_done_event(static_cast<uint32>(flow_err), dev_id,
                                                  PORT_ENABLE_INIT, local_ports_array);
     if (flow_err != 0) {

@@ -6,6 +6,7 @@
 #include "logging.h"
 #include "ovd_device_add.h"
 #include "ovd_direct_routes.h"
+#include "ovd_ekey.h"
 #include "ovd_dispatch.h"
 #include "ovd_main.h"
 #include "ovd_port_attributes.h"
@@ -141,6 +142,7 @@ int handleIbPortDeletion(ifindexInformation *port_info, uint8 *new_vl, tbool *ne
     sa_port_capability_t capability = {};
     const char *dev_name = "";
     int dev_index = 0;
+    ekeyInfo *ekey_status_val = nullptr;
 
     bail_null(port_info);
     bail_null(new_vl);
@@ -206,12 +208,34 @@ int handleIbPortDeletion(ifindexInformation *port_info, uint8 *new_vl, tbool *ne
                       sysapi_err2str(err));
         goto bail;
     }
-    // A regular system; the e-key blades' branch joins with their support.
-    if (enable_port) {
-        err = ovd_set_paos_register(port_info->devid, port_info->localport, port_info->label_port,
-                                    port_info->assigned_to_swid, PORT_UP);
+    if (g_ekey_system == regular_system) {
+        if (enable_port) {
+            err = ovd_set_paos_register(port_info->devid, port_info->localport,
+                                        port_info->label_port, port_info->assigned_to_swid,
+                                        PORT_UP);
+            bail_error(err);
+            port_info->configured_state = true;
+        }
+    } else {
+        // The port's e-key decides whether it may be up at all.
+        err = get_label_port_ekey_status(port_info->label_port, &ekey_status_val);
         bail_error(err);
-        port_info->configured_state = true;
+        bail_null(ekey_status_val);
+        if (ekey_status_val->enable != 0 && !port_info->configured_state) {
+            if (enable_port) {
+                err = ovd_set_paos_register(port_info->devid, port_info->localport,
+                                            port_info->label_port, port_info->assigned_to_swid,
+                                            PORT_UP);
+                bail_error(err);
+            }
+            port_info->configured_state = true;
+        } else if (ekey_status_val->enable == 0 && port_info->configured_state) {
+            err = ovd_set_paos_register(port_info->devid, port_info->localport,
+                                        port_info->label_port, port_info->assigned_to_swid,
+                                        PORT_DOWN);
+            bail_error(err);
+            port_info->configured_state = false;
+        }
     }
     *new_configured_state = port_info->configured_state;
 
