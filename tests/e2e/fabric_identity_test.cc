@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include <map>
 #include <sstream>
 #include <thread>
 
@@ -236,6 +237,82 @@ TEST_F(FabricIdentity, DevicesAndSwidsTheDaemonCannotAskAnswerNothing)
     EXPECT_TRUE(receiver_->wait_for("Illegal dev ID: x1"));
     // The daemon still answers.
     EXPECT_EQ("bool true", swid0("is_sm_in_fabric"));
+}
+
+// A leaf/spine chassis whose five chips are switches of the fabric, spine 1 the local one
+// and a subnet manager on it: each chip answers for itself over its direct route.
+class FabricIdentityChassis : public FabricIdentity {
+protected:
+    void SetUp() override
+    {
+        FabricIdentity::SetUp();
+        if (IsSkipped() || HasFatalFailure()) {
+            return;
+        }
+        model_ = ovd_test::register_models_dir() + "/chassis_leafspine.model";
+        std::string why;
+        ASSERT_TRUE(rig_->use_chassis_fabric(model_, "22", 1, true, &why)) << why;
+    }
+
+    std::string model_;
+};
+
+TEST_F(FabricIdentityChassis, EveryChipAgreesWithSmpquery)
+{
+    std::string config = kConfig;
+    config.replace(config.find("uint32    36"), 12, "uint32    22");
+    ASSERT_NO_FATAL_FAILURE(
+        rig_->start(config, ovd_test::read_file(OVD_DEMO_DIR "/ib-state.reg"), model_));
+    const std::vector<std::string> chassis = {"--model", model_, "--system-type", "22",
+                                              "--master", "1"};
+    auto portd = [&](std::vector<std::string> args) {
+        args.insert(args.begin(), chassis.begin(), chassis.end());
+        return rig_->portd(args);
+    };
+    ASSERT_EQ(0, portd({"add-devices"}).code) << complaints();
+    ASSERT_EQ(0, portd({"route-update"}).code);
+    ASSERT_NO_FATAL_FAILURE(write_sysfs_from_fabric());
+
+    const ovd_test::FabricResult pi = rig_->fabric().smpquery({"-D", "portinfo", "0", "0"});
+    ASSERT_EQ(0, pi.status) << pi.out;
+    EXPECT_EQ("bool true", swid0("is_sm_in_fabric")) << complaints();
+    EXPECT_EQ("uint16 101", swid0("my_lid")) << "the topology's LID of chip 1";
+    EXPECT_EQ("uint16 " + smp(pi, "Lid"), swid0("my_lid"));
+    EXPECT_EQ("uint16 " + smp(pi, "SMLid"), swid0("sm_lid"));
+
+    // The routes the daemon was given, as smpquery's direct-route paths.
+    const ovd_test::CtlResult routes = portd({"fabric-routes"});
+    ASSERT_EQ(0, routes.code) << routes.err;
+    std::map<std::string, std::string> paths = {{"1", "0"}};
+    std::istringstream lines(routes.out);
+    std::string line;
+    while (std::getline(lines, line)) {
+        std::istringstream words(line);
+        std::string word, target, hop;
+        if (!(words >> word >> target) || word != "route") {
+            continue;
+        }
+        std::string path = "0";
+        while (words >> hop) {
+            path += "," + hop.substr(hop.find(':') + 1);
+        }
+        paths[target] = path;
+    }
+    ASSERT_EQ(5u, paths.size()) << routes.out;
+    for (const auto &[dev, path] : paths) {
+        const ovd_test::FabricResult ni = rig_->fabric().smpquery({"-D", "nodeinfo", path});
+        ASSERT_EQ(0, ni.status) << ni.out;
+        const ovd_test::FabricResult chip_pi =
+            rig_->fabric().smpquery({"-D", "portinfo", path, "0"});
+        ASSERT_EQ(0, chip_pi.status) << chip_pi.out;
+        EXPECT_EQ("uint64 " + decimal(smp(ni, "Guid")), swid0("nodes/" + dev + "/guid"))
+            << dev << complaints();
+        EXPECT_EQ("uint16 " + smp(chip_pi, "Lid"), swid0("nodes/" + dev + "/lid")) << dev;
+        EXPECT_EQ("uint16 " + std::to_string(100 + std::stoi(dev)),
+                  swid0("nodes/" + dev + "/lid"));
+        EXPECT_EQ(dev == "1" || dev == "5" ? "string VQ_SPINE36_EDR" : "string VQ_LEAF18_EDR",
+                  swid0("nodes/" + dev + "/name"));
+    }
 }
 
 }  // namespace

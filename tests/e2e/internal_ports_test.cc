@@ -35,17 +35,8 @@ protected:
             return;
         }
         model_ = ovd_test::register_models_dir() + "/chassis_leafspine.model";
-        const ovd_test::CtlResult topology =
-            rig_->portd({"--model", model_, "--system-type", "22", "fabric-topology"});
-        ASSERT_EQ(0, topology.code) << topology.err;
-        ovd_test::write_file(dir_ + "/chassis.net", topology.out);
-        ovd_test::FabricOptions options;
-        options.topology = dir_ + "/chassis.net";
-        options.attach = "chip1";
         std::string why;
-        ASSERT_TRUE(rig_->use_fabric(options,
-                                     "1=chip1 5=chip5 13=chip13 17=chip17 21=chip21", &why))
-            << why;
+        ASSERT_TRUE(rig_->use_chassis_fabric(model_, "22", 1, false, &why)) << why;
     }
 
     // The daemon on the chassis: every chip added (spine 1 the local one), the routes to

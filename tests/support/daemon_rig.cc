@@ -75,6 +75,34 @@ bool DaemonRig::use_fabric(const FabricOptions &options, const std::string &devi
     return fabric_->start(ret_why);
 }
 
+bool DaemonRig::use_chassis_fabric(const std::string &model, const std::string &system_type,
+                                   unsigned master, bool with_sm, std::string *ret_why)
+{
+    const CtlResult topology =
+        portd({"--model", model, "--system-type", system_type, "fabric-topology"});
+    if (topology.code != 0) {
+        *ret_why = "no chassis topology: " + topology.err;
+        return false;
+    }
+    write_file(dir_ + "/chassis.net", topology.out);
+    // Every switch of the topology is the chip of its number.
+    std::string device_map;
+    std::istringstream lines(topology.out);
+    std::string line;
+    while (std::getline(lines, line)) {
+        const size_t at = line.find(" \"chip");
+        if (line.rfind("Switch ", 0) == 0 && at != std::string::npos) {
+            const std::string dev = line.substr(at + 6, line.find('"', at + 6) - (at + 6));
+            device_map += (device_map.empty() ? "" : " ") + dev + "=chip" + dev;
+        }
+    }
+    FabricOptions options;
+    options.topology = dir_ + "/chassis.net";
+    options.attach = "chip" + std::to_string(master);
+    options.with_sm = with_sm;
+    return use_fabric(options, device_map, ret_why);
+}
+
 void DaemonRig::start(const std::string &db_config, const std::string &registration,
                       const std::string &model, int forward_timeout_s,
                       const std::vector<std::string> &lite_args)

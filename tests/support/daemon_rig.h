@@ -48,6 +48,11 @@ public:
     // PAOS.  False with the reason when it can't start.
     bool use_fabric(const FabricOptions &options, const std::string &device_map,
                     std::string *ret_why);
+    // use_fabric on the chips of a chassis model: the topology portd-lite prints for it
+    // (a switch "chip<DEVID>" a device, their internal ports cabled), the daemon attached
+    // as the master chip, and a subnet manager when asked.
+    bool use_chassis_fabric(const std::string &model, const std::string &system_type,
+                            unsigned master, bool with_sm, std::string *ret_why);
     // mgmtd-lite with `db_config` (and `registration`, when not empty, with a forward
     // time-out of `forward_timeout_s`) and `lite_args`, the register library on `model` with
     // a journal, and the daemon; returns once the daemon announced itself.  Failures are
