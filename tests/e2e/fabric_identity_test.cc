@@ -313,6 +313,14 @@ TEST_F(FabricIdentityChassis, EveryChipAgreesWithSmpquery)
         EXPECT_EQ(dev == "1" || dev == "5" ? "string VQ_SPINE36_EDR" : "string VQ_LEAF18_EDR",
                   swid0("nodes/" + dev + "/name"));
     }
+
+    // Without the subnet manager the chassis has no master any more.
+    rig_->fabric().stop_sm();
+    std::string answer;
+    for (int i = 0; i < 20 && (answer = swid0("is_sm_in_fabric")) != "bool false"; ++i) {
+        std::this_thread::sleep_for(100ms);
+    }
+    EXPECT_EQ("bool false", answer) << complaints();
 }
 
 }  // namespace
