@@ -8,10 +8,11 @@
 // the daemon and the stand-in and tells how they ended.
 //
 //   ovd-demo [--script FILE] [--config FILE] [--registration FILE] [--model FILE]
-//            [--swid | --chassis] [--stay]
+//            [--swid | --chassis | --blade] [--stay]
 //
 // --swid walks through moving ports between the SWIDs of a switch split in two; --chassis
-// through the internal ports of a leaf/spine chassis.
+// through the internal ports of a leaf/spine chassis; --blade through the E-keys of a
+// blade's ports.
 //
 // Script lines: "# text" is printed as a heading; "pause SECONDS" waits; "! PROGRAM ARGS..."
 // runs a stand-in program from the build (by its target name; "@model" in its arguments is
@@ -164,12 +165,17 @@ int main(int argc, char **argv)
             config = OVD_DEMO_DIR "/mgmtd-lite-chassis.conf";
             model = ovd_test::register_models_dir() + "/chassis_leafspine.model";
             chassis = true;
+        } else if (arg == "--blade") {
+            // A blade whose chassis controller holds an E-key per external port.
+            script = OVD_DEMO_DIR "/walkthrough-blade.txt";
+            config = OVD_DEMO_DIR "/mgmtd-lite-blade.conf";
+            model = ovd_test::register_models_dir() + "/blade_ekey_single.model";
         } else if (arg == "--stay") {
             stay = true;
         } else {
             fprintf(stderr,
                     "usage: ovd-demo [--script FILE] [--config FILE] [--registration FILE] "
-                    "[--model FILE] [--swid | --chassis] [--stay]\n");
+                    "[--model FILE] [--swid | --chassis | --blade] [--stay]\n");
             return 2;
         }
     }
@@ -243,10 +249,9 @@ int main(int argc, char **argv)
         std::filesystem::create_directories("/var/opt/vqdreg");
         std::string platform =
             "model " + model + "\njournal " + journal + "\ncontrol " + control + "\n";
-        if (have_fabric && (chassis || model == "builtin:standalone36" ||
-                            (model.size() >= 16 &&
-                             model.compare(model.size() - 16, 16, "multi_swid.model") == 0))) {
-            // The switch's chips are the fabric's nodes: their links follow PAOS writes.
+        if (have_fabric) {
+            // The switch's chips are the fabric's nodes (device 1 is sw1 but on a chassis):
+            // their links follow PAOS writes.
             platform += "fabric " + fabric.dir() + "/ctl.fifo " + fabric_map + "\n";
         }
         ovd_test::write_file("/var/opt/vqdreg/vqdreg.conf", platform);
