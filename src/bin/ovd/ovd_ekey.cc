@@ -115,16 +115,20 @@ bail:
     return err;
 }
 
-int ovd_handle_brelld_ready_event(void)
+namespace {
+
+// A controller's ready event: handled on its own kind of blade, refused on any other.
+int ovd_handle_controller_ready_event(const char *controller, ekeyBladeSystem kind)
 {
     int err = 0;
 
-    lc_log_basic(LOG_NOTICE, "OVD handling brelld ready event");
-    if (g_ekey_system != brell_system) {
+    lc_log_basic(LOG_NOTICE, "OVD handling %s ready event", controller);
+    if (g_ekey_system != kind) {
         lc_log_basic(LOG_ERR,
-                     "Wrong Behaviour at OVD. Brelld ready event shouldn't have been sent at %s, "
+                     "Wrong Behaviour at OVD. %s ready event shouldn't have been sent at %s, "
                      "%u system type",
-                     ovd_sys_type_name(), g_sys_type);
+                     kind == brell_system ? "Brelld" : controller, ovd_sys_type_name(),
+                     g_sys_type);
         err = lc_err_unexpected_arg;
         goto bail;
     }
@@ -135,24 +139,16 @@ bail:
     return err;
 }
 
+}  // namespace
+
+int ovd_handle_brelld_ready_event(void)
+{
+    return ovd_handle_controller_ready_event("brelld", brell_system);
+}
+
 int ovd_handle_cme_ready_event(void)
 {
-    int err = 0;
-
-    lc_log_basic(LOG_NOTICE, "OVD handling cmed ready event");
-    if (g_ekey_system != cme_system) {
-        lc_log_basic(LOG_ERR,
-                     "Wrong Behaviour at OVD. cmed ready event shouldn't have been sent at %s, "
-                     "%u system type",
-                     ovd_sys_type_name(), g_sys_type);
-        err = lc_err_unexpected_arg;
-        goto bail;
-    }
-    err = ovd_handle_ekey_blade_ready_event();
-    bail_error(err);
-
-bail:
-    return err;
+    return ovd_handle_controller_ready_event("cmed", cme_system);
 }
 
 int ovd_handle_ekey_blade_ready_event(void)
