@@ -55,4 +55,19 @@ void LogCollector::run()
     }
 }
 
+void LogCollectingTest::SetUpTestSuite()
+{
+    std::string why;
+    sandboxed_ = enter_sandbox(&why);
+    if (sandboxed_) {
+        logs_ = new LogCollector();
+    }
+}
+
+void LogCollectingTest::TearDownTestSuite()
+{
+    delete logs_;
+    logs_ = nullptr;
+}
+
 }  // namespace ovd_test

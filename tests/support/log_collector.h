@@ -8,6 +8,8 @@
 #include <string>
 #include <thread>
 
+#include <gtest/gtest.h>
+
 #include "sandbox.h"
 
 namespace ovd_test {
@@ -32,6 +34,18 @@ private:
     SyslogReceiver receiver_;
     std::atomic<bool> stop_{false};
     std::thread thread_;
+};
+
+// An in-process test of libraries that log: the test suite enters the private mount
+// namespace (where it owns /dev/log) and collects the lines in logs_.  sandboxed_ is false,
+// and logs_ null, where the machine doesn't allow it; the tests decide what to skip.
+class LogCollectingTest : public ::testing::Test {
+protected:
+    static void SetUpTestSuite();
+    static void TearDownTestSuite();
+
+    static inline bool sandboxed_ = false;
+    static inline LogCollector *logs_ = nullptr;
 };
 
 }  // namespace ovd_test

@@ -23,7 +23,6 @@
 
 namespace {
 
-using ovd_test::LogCollector;
 
 const uint32 k_chassis_type = 19;
 const uint32 k_gateway_type = 3;
@@ -34,22 +33,8 @@ int always_ok(swidapi_t *, ib_dr_path_t *, uint8_t *failed_ib_port)
     return SARC_OK;
 }
 
-class FabricIdentityLookup : public ::testing::Test {
+class FabricIdentityLookup : public ovd_test::LogCollectingTest {
 protected:
-    static void SetUpTestSuite()
-    {
-        std::string why;
-        sandboxed_ = ovd_test::enter_sandbox(&why);
-        if (sandboxed_) {
-            logs_ = new LogCollector();
-        }
-    }
-    static void TearDownTestSuite()
-    {
-        delete logs_;
-        logs_ = nullptr;
-    }
-
     void SetUp() override
     {
         if (!sandboxed_) {
@@ -126,9 +111,6 @@ protected:
         tstr_array_free(&parts);
         return err;
     }
-
-    static inline bool sandboxed_ = false;
-    static inline LogCollector *logs_ = nullptr;
 };
 
 TEST_F(FabricIdentityLookup, NodeInfoNeedsAServedSwidAPortAndARoute)

@@ -24,7 +24,6 @@ using namespace std::chrono_literals;
 
 void no_sleep(uint32) {}
 
-using ovd_test::LogCollector;
 
 // Module N of the model sits behind local port N+1 of device 1.
 enum Cage {
@@ -53,21 +52,8 @@ std::vector<Read> mcia_reads()
     return out;
 }
 
-class CableTest : public ::testing::Test {
+class CableTest : public ovd_test::LogCollectingTest {
 protected:
-    static void SetUpTestSuite()
-    {
-        std::string why;
-        sandboxed_ = ovd_test::enter_sandbox(&why);
-        if (sandboxed_) {
-            logs_ = new LogCollector();
-        }
-    }
-    static void TearDownTestSuite()
-    {
-        delete logs_;
-        logs_ = nullptr;
-    }
     void SetUp() override
     {
         vqdsim::reset();
@@ -98,9 +84,6 @@ protected:
         }
         return ci;
     }
-
-    static inline bool sandboxed_ = false;
-    static inline LogCollector *logs_ = nullptr;
 };
 
 // ---- Decoded records, one per kind of module ----

@@ -33,23 +33,9 @@ const char kPplmModel[] = "device 1 pplm=yes\n"
                           "port 1 8 fec_auto=64\n"
                           "module 1 0-7 present=yes\n";
 
-using ovd_test::LogCollector;
 
-class RegistersTest : public ::testing::Test {
+class RegistersTest : public ovd_test::LogCollectingTest {
 protected:
-    static void SetUpTestSuite()
-    {
-        std::string why;
-        sandboxed_ = ovd_test::enter_sandbox(&why);
-        if (sandboxed_) {
-            logs_ = new LogCollector();
-        }
-    }
-    static void TearDownTestSuite()
-    {
-        delete logs_;
-        logs_ = nullptr;
-    }
     void SetUp() override
     {
         vqdsim::reset();
@@ -78,9 +64,6 @@ protected:
         }
         return out;
     }
-
-    static inline bool sandboxed_ = false;
-    static inline LogCollector *logs_ = nullptr;
 };
 
 using Regs = std::vector<std::string>;
