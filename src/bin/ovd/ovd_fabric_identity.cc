@@ -28,26 +28,6 @@ constexpr int ovd_sm_timeout_max_ms = 3000;
 constexpr uint32 ovd_swid_part = 3;
 constexpr uint32 ovd_devid_part = 5;
 
-// A decimal number of 0 to 255 and nothing else.
-int ovd_str_to_uint8(const char *str, uint8 *ret_value)
-{
-    int err = 0;
-    uint32 value = 0;
-
-    bail_null(ret_value);
-    *ret_value = 0;
-    err = lc_str_to_uint32(str, &value);
-    bail_error_quiet(err);
-    if (value > 0xff) {
-        err = lc_err_bad_type;
-        goto bail;
-    }
-    *ret_value = static_cast<uint8>(value);
-
-bail:
-    return err;
-}
-
 // The SWID of part 3, which must be one this daemon serves.
 int ovd_fabric_swid(const tstr_array *bname_parts, uint8 *ret_swid)
 {
@@ -55,7 +35,7 @@ int ovd_fabric_swid(const tstr_array *bname_parts, uint8 *ret_swid)
     const char *swid_str = tstr_array_get_str_quick(bname_parts, ovd_swid_part);
 
     bail_null(swid_str);
-    err = ovd_str_to_uint8(swid_str, ret_swid);
+    err = lc_str_to_uint8(swid_str, ret_swid);
     bail_error(err);
     if (*ret_swid >= OVD_NUM_SWIDS || swidapi_handles[*ret_swid] == nullptr) {
         lc_log_basic(LOG_WARNING, "SWID %d is not a valid InfiniBand SWID", *ret_swid);

@@ -231,6 +231,24 @@ bail:
     return err;
 }
 
+int lc_str_to_uint8(const char *str, uint8 *ret_value)
+{
+    int err = 0;
+    uint32 value = 0;
+    bail_null(ret_value);
+    *ret_value = 0;
+    err = lc_str_to_uint32(str, &value);
+    if (err != 0) {
+        return err;
+    }
+    if (value > UINT8_MAX) {
+        return lc_err_bad_type;
+    }
+    *ret_value = static_cast<uint8>(value);
+bail:
+    return err;
+}
+
 const char *lc_bool_to_str(tbool value)
 {
     return value ? "true" : "false";

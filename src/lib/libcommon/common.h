@@ -107,6 +107,8 @@ int lc_str_to_bool(const char *str, tbool *ret_value);
 // A decimal number of 0 to 4294967295 and nothing else: no sign, no blanks, no other
 // base.  Anything else is lc_err_bad_type, and *ret_value is 0.
 int lc_str_to_uint32(const char *str, uint32 *ret_value);
+// The same, for 0 to 255.
+int lc_str_to_uint8(const char *str, uint8 *ret_value);
 const char *lc_bool_to_str(tbool value);
 
 tbool lc_is_prefix(const char *small, const char *large, tbool ignore_case);

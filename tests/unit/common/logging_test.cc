@@ -303,6 +303,17 @@ TEST(CommonHelpers, BoolsPrefixesAndSafeCalls)
         EXPECT_EQ(u, 0u) << t;
     }
 
+    uint8 u8 = 7;
+    ASSERT_EQ(lc_str_to_uint8("255", &u8), 0);
+    EXPECT_EQ(u8, 255u);
+    ASSERT_EQ(lc_str_to_uint8("007", &u8), 0);
+    EXPECT_EQ(u8, 7u);
+    for (const char *t : {"", "256", "4294967296", "-1", "0x1", "3 "}) {
+        u8 = 7;
+        EXPECT_EQ(lc_str_to_uint8(t, &u8), lc_err_bad_type) << t;
+        EXPECT_EQ(u8, 0u) << t;
+    }
+
     EXPECT_TRUE(lc_is_prefix("/ib/", "/ib/config", false));
     EXPECT_FALSE(lc_is_prefix("/IB/", "/ib/config", false));
     EXPECT_TRUE(lc_is_prefix("/IB/", "/ib/config", true));
