@@ -37,7 +37,7 @@ int ovd_fabric_swid(const tstr_array *bname_parts, uint8 *ret_swid)
     bail_null(swid_str);
     err = lc_str_to_uint8(swid_str, ret_swid);
     bail_error(err);
-    if (*ret_swid >= OVD_NUM_SWIDS || swidapi_handles[*ret_swid] == nullptr) {
+    if (!ovd_swid_is_served(*ret_swid)) {
         lc_log_basic(LOG_WARNING, "SWID %d is not a valid InfiniBand SWID", *ret_swid);
         err = lc_err_invalid_param;
         goto bail;
@@ -221,7 +221,7 @@ int get_node_lid_guid_sa_result(uint32 devid, uint8 swid, sa_node_info_t *result
     int status = SARC_OK;
 
     bail_null(result);
-    if (swid >= OVD_NUM_SWIDS || swidapi_handles[swid] == nullptr) {
+    if (!ovd_swid_is_served(swid)) {
         lc_log_basic(LOG_WARNING, "SWID %d is not a valid InfiniBand SWID", swid);
         err = lc_err_invalid_param;
         goto bail;
