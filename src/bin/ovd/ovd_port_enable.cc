@@ -20,8 +20,6 @@
 
 namespace {
 
-const char ovd_port_enable_done_event[] = "/portd/events/port-enable-done";
-
 // The recorded device of an id read from an event: 14035 above the range (logged as the
 // flows log it), 14008 for an empty slot.
 int ovd_enable_device_get(uint32 dev_id, devinfo **ret_dev)

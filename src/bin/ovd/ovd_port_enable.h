@@ -20,6 +20,10 @@ typedef enum enable_port_status {
     ETH_PORT_TYPE_CHANGE = 4,
 } enable_port_status;
 
+// The answers of the enable family.
+inline constexpr char ovd_port_enable_done_event[] = "/portd/events/port-enable-done";
+inline constexpr char ovd_port_disable_done_event[] = "/portd/events/port-disable-done";
+
 // The sender's id in every done event of the enable family, among the daemons the port
 // manager waits for.
 #define OVD_BASE 8

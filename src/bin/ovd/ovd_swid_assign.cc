@@ -18,8 +18,6 @@
 namespace {
 
 const char ovd_swid_prefix[] = "/portd/config/ifindex";
-const char ovd_port_disable_done[] = "/portd/events/port-disable-done";
-const char ovd_port_enable_done[] = "/portd/events/port-enable-done";
 
 // What a SWID change does, by the kind of change.
 struct ovd_swid_flags {
@@ -409,7 +407,7 @@ int ovd_handle_disable_port_on_assign_port_to_swid(const bn_binding_array *bindi
 
 bail:
     complain_error(ovd_send_port_disable_enable_done_on_assign_port_to_swid(
-        bindings, static_cast<uint32>(err), ovd_port_disable_done, operation));
+        bindings, static_cast<uint32>(err), ovd_port_disable_done_event, operation));
     bn_binding_free(&config);
     ts_free(&node);
     ts_free(&key);
@@ -510,7 +508,7 @@ int ovd_handle_port_enable_on_assign_port_to_swid(const bn_binding_array *bindin
 
 bail:
     complain_error(ovd_send_port_disable_enable_done_on_assign_port_to_swid(
-        bindings, static_cast<uint32>(err), ovd_port_enable_done, operation));
+        bindings, static_cast<uint32>(err), ovd_port_enable_done_event, operation));
     ts_free(&key);
     return err;
 }

@@ -16,9 +16,6 @@
 
 namespace {
 
-const char ovd_enable_done_event[] = "/portd/events/port-enable-done";
-const char ovd_disable_done_event[] = "/portd/events/port-disable-done";
-
 // One port of the request: checks its numbers, records the SWID membership and writes
 // PAOS where the SWID is served.
 int ovd_virtual_port_apply(const bn_binding_array *bindings, uint32 dev_id, uint32 i,
@@ -98,7 +95,7 @@ int ovd_handle_virtual_port_enable_disable(const bn_binding_array *bindings,
     int err = 0;
     uint32 dev_id = 0;
     uint32 port_num = 0;
-    const char *event_name = flow == PORT_ENABLE ? ovd_enable_done_event : ovd_disable_done_event;
+    const char *event_name = flow == PORT_ENABLE ? ovd_port_enable_done_event : ovd_port_disable_done_event;
 
     err = getInfoFromAddDeviceEvent(bindings, dev_id_en, &dev_id, 0);
     bail_error(err);
