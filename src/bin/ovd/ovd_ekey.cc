@@ -43,23 +43,6 @@ const char *ovd_sys_type_name(void)
     return system_type2str(static_cast<int>(g_sys_type));
 }
 
-// The user's wish for a port: the stored enable, or 255 when nothing is stored.
-uint8 ovd_ekey_user_status(const char *func, const tstring *ifindex)
-{
-    tbool found = false;
-    void *value = nullptr;
-
-    if (ifindex_to_config_ht != nullptr &&
-        ht_lookup(ifindex_to_config_ht, ifindex, ts_length(ifindex), &found, nullptr, nullptr,
-                  &value) == 0 &&
-        found && value != nullptr) {
-        return static_cast<const port_config_parameters_t *>(value)->enable;
-    }
-    lc_log_basic(LOG_WARNING, "%s: ifindex: [%s] supposed to be in configuration DB", func,
-                 ts_str(ifindex));
-    return OVD_CONFIG_NOT_SET;
-}
-
 // Reads one bt_uint8 binding of an event; a missing one is lc_err_unexpected_null.
 int ovd_ekey_event_uint8(const bn_binding_array *bindings, const char *name, uint8 *ret_val)
 {
@@ -204,7 +187,7 @@ int set_ekey_blade_paos_to_ports(uint32 *ret_devid, uint8 *local_ports_array)
         }
         // A blade has its ports on one device: the last one stands.
         *ret_devid = port->devid;
-        user_status = ovd_ekey_user_status(__func__, key);
+        user_status = ovd_config_enable(__func__, key);
         if (port->localport <= OVD_MAX_LOCAL_PORT) {
             local_ports_array[port->localport] = 1;
         }
@@ -454,7 +437,7 @@ int ovd_handle_ekey_port_change(uint8 port, tbool new_status)
     bail_null(port_info);
 
     if (new_status) {
-        user_status = ovd_ekey_user_status(__func__, key);
+        user_status = ovd_config_enable(__func__, key);
         // A port its user took down stays down.
         if (user_status != 0 && !port_info->configured_state) {
             err = ovd_set_paos_register(port_info->devid, port_info->localport,

@@ -267,17 +267,10 @@ bail:
 int ovd_read_disabled_not_polling(const tstring *ifindex, sa_port_speed_state_t *inout_result)
 {
     int err = 0;
-    tbool found = false;
-    void *value = nullptr;
 
     bail_null(ifindex);
     bail_null(inout_result);
-    bail_null(ifindex_to_config_ht);
-    err = ht_lookup(ifindex_to_config_ht, ifindex, ts_length(ifindex), &found, nullptr, nullptr,
-                    &value);
-    bail_error(err);
-    if (inout_result->port_phy_state == 2 && found && value != nullptr &&
-        static_cast<port_config_parameters_t *>(value)->enable == 0) {
+    if (inout_result->port_phy_state == 2 && ovd_config_enable(nullptr, ifindex) == 0) {
         inout_result->port_phy_state = 3;
     }
 

@@ -53,23 +53,13 @@ bail:
 sa_port_state_t ovd_neighbor_status(uint32 ifindex_neighbor)
 {
     tstring *key = nullptr;
-    tbool found = false;
-    void *value = nullptr;
-    sa_port_state_t status = PORT_UP;
+    uint8 enable = OVD_CONFIG_NOT_SET;
 
-    if (ts_new_sprintf(&key, "%u", ifindex_neighbor) == 0 && key != nullptr &&
-        ifindex_to_config_ht != nullptr &&
-        ht_lookup(ifindex_to_config_ht, key, ts_length(key), &found, nullptr, nullptr, &value) ==
-            0 &&
-        found && value != nullptr) {
-        const uint8 enable = static_cast<port_config_parameters_t *>(value)->enable;
-        status = enable == OVD_CONFIG_NOT_SET ? PORT_UP : static_cast<sa_port_state_t>(enable);
-    } else {
-        lc_log_basic(LOG_WARNING, "%s: ifindex: [%s] supposed to be in configuration DB",
-                     "get_internal_port_info", key != nullptr ? ts_str(key) : "");
+    if (ts_new_sprintf(&key, "%u", ifindex_neighbor) == 0) {
+        enable = ovd_config_enable("get_internal_port_info", key);
     }
     ts_free(&key);
-    return status;
+    return enable == OVD_CONFIG_NOT_SET ? PORT_UP : static_cast<sa_port_state_t>(enable);
 }
 
 // The verdict on the link between port and neighbor: 1 when it runs as it should, or

@@ -477,6 +477,24 @@ bail:
     return err;
 }
 
+uint8 ovd_config_enable(const char *func, const tstring *ifindex)
+{
+    tbool found = false;
+    void *value = nullptr;
+
+    if (ifindex != nullptr && ifindex_to_config_ht != nullptr &&
+        ht_lookup(ifindex_to_config_ht, ifindex, ts_length(ifindex), &found, nullptr, nullptr,
+                  &value) == 0 &&
+        found && value != nullptr) {
+        return static_cast<const port_config_parameters_t *>(value)->enable;
+    }
+    if (func != nullptr) {
+        lc_log_basic(LOG_WARNING, "%s: ifindex: [%s] supposed to be in configuration DB", func,
+                     ts_str_maybe_empty(ifindex));
+    }
+    return OVD_CONFIG_NOT_SET;
+}
+
 tbool ovd_swid_is_served(uint32 swid)
 {
     return swid < OVD_NUM_SWIDS && swidapi_handles[swid] != nullptr;

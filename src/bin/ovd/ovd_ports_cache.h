@@ -134,6 +134,10 @@ int ibPortsCacheDeinit(void);
 // lc_err_unexpected_null.  ret_val_from_ib_ports_ht may be null.
 int checkIfPortExists(const tstring *ifindex, ifindexInformation **ret_val_from_ib_ports_ht,
                       tbool *exists);
+// The enable of a port's stored configuration (0, 1 or OVD_CONFIG_NOT_SET), by its decimal
+// ifindex.  Without an entry: OVD_CONFIG_NOT_SET, and when func is given the warning
+// "<func>: ifindex: [...] supposed to be in configuration DB".
+uint8 ovd_config_enable(const char *func, const tstring *ifindex);
 // Adds every key of ibports_ht to the array, sorted as text ("1024" before "65").
 int get_ports_ifindex_arr(tstr_array *ifindex_arr);
 // Adds the keys of the ports of ret_data->dev_id to ret_data->ifindex_arr, sorted as text.
