@@ -344,6 +344,12 @@ bool tok_char_given(int ch)
     return ch > 0;
 }
 
+// Appends str[from, to) to the token being built.
+int ts_tok_append_run(tstring *token, const char *str, size_t from, size_t to)
+{
+    return to > from ? ts_append_str_len(token, str + from, static_cast<uint32>(to - from)) : 0;
+}
+
 int ts_tokenize_internal(const char *str, int sep, int esc, int quote, uint32 flags,
                          bool is_utf8, tstr_array **ret_tokens)
 {
@@ -356,6 +362,7 @@ int ts_tokenize_internal(const char *str, int sep, int esc, int quote, uint32 fl
     bool after_sep = false;
     size_t len = 0;
     size_t i = 0;
+    size_t run = 0;
     int ch = 0;
     int next = 0;
 
@@ -371,6 +378,8 @@ int ts_tokenize_internal(const char *str, int sep, int esc, int quote, uint32 fl
     err = ts_new_internal(&token, ts_size_initial, is_utf8);
     bail_error(err);
 
+    // Plain characters are taken in runs: str[run, i) is text of the current token not yet
+    // appended to it.
     len = strlen(str);
     for (i = 0; i < len; ++i) {
         ch = static_cast<uint8>(str[i]);
@@ -378,25 +387,28 @@ int ts_tokenize_internal(const char *str, int sep, int esc, int quote, uint32 fl
             next = (i + 1 < len) ? static_cast<uint8>(str[i + 1]) : 0;
             if (next != 0 && (next == sep || next == esc || (has_quote && next == quote))) {
                 // The escape goes; the next character is taken as it is.
-                err = ts_append_str_len(token, &str[i + 1], 1);
+                err = ts_tok_append_run(token, str, run, i);
+                bail_error(err);
                 ++i;
-            } else {
-                err = ts_append_str_len(token, &str[i], 1);
+                run = i;
             }
-            bail_error(err);
+            // Otherwise the escape stays, as text of the run.
             after_sep = false;
             continue;
         }
         if (has_quote && ch == quote) {
+            err = ts_tok_append_run(token, str, run, i);
+            bail_error(err);
             quoted = !quoted;
-            if (flags & ttf_no_strip_quoting_chars) {
-                err = ts_append_str_len(token, &str[i], 1);
-                bail_error(err);
-            }
+            // The quote stays as text when asked to.
+            run = (flags & ttf_no_strip_quoting_chars) ? i : i + 1;
             after_sep = false;
             continue;
         }
         if (ch == sep && !quoted) {
+            err = ts_tok_append_run(token, str, run, i);
+            bail_error(err);
+            run = i + 1;
             if (i == 0 && (flags & ttf_ignore_leading_separator)) {
                 after_sep = true;
                 continue;
@@ -412,10 +424,10 @@ int ts_tokenize_internal(const char *str, int sep, int esc, int quote, uint32 fl
             after_sep = true;
             continue;
         }
-        err = ts_append_str_len(token, &str[i], 1);
-        bail_error(err);
         after_sep = false;
     }
+    err = ts_tok_append_run(token, str, run, len);
+    bail_error(err);
 
     if (!(after_sep && (flags & ttf_ignore_trailing_separator))) {
         if (quoted && (flags & ttf_no_strip_quoting_chars) &&
