@@ -89,6 +89,9 @@ struct ml_registration {
     std::string mr_owner;                  // client name of the owner
     std::vector<std::string> mr_names;     // registered names, escaped
     std::vector<uint32> mr_cap_masks;      // capability mask of each name, same order
+    // The unescaped parts of each name, same order: made by ml_server_init, so that a query
+    // does not split every registered name again.
+    std::vector<std::vector<std::string>> mr_parts;
 };
 
 // The capability mask of a comma-separated list of group names ("admin,monitor"): one bit

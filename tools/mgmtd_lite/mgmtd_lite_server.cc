@@ -234,15 +234,23 @@ int ml_on_owner_response(gcl_session *sess, bn_response **inout_response, void *
             err = bn_response_msg_append_binding_takeover(out, &binding, local.first);
             bail_error(err);
         }
+        // The owner's bindings move over as they are, taken from the end so that nothing
+        // shifts.
         num = bn_binding_array_length_quick(bindings);
+        std::vector<ml_binding_ptr> relayed(num);
+        for (uint32 i = num; i-- > 0;) {
+            err = bn_binding_array_remove(bindings, i, &binding);
+            bail_error(err);
+            relayed[i].reset(binding);
+            binding = nullptr;
+        }
         for (uint32 i = 0; i < num; ++i) {
             const uint32 fwd_id = uint32_array_get_quick(node_ids, i);
             const auto mapped = pending->mp_node_map.find(static_cast<int32>(fwd_id));
             const int32 node_id = mapped != pending->mp_node_map.end()
                                       ? mapped->second
                                       : static_cast<int32>(bn_request_first_node_id);
-            err = bn_binding_dup(bn_binding_array_get_quick(bindings, i), &binding);
-            bail_error(err);
+            binding = relayed[i].release();
             err = bn_response_msg_append_binding_takeover(out, &binding, node_id);
             bail_error(err);
         }
@@ -455,8 +463,7 @@ int ml_expand_port_iterate(ml_server *srv, const std::vector<std::string> &asked
         asked[2] == "devid" || asked[2] == "swid" || (asked.size() == 4 && asked[3] != "*")) {
         goto bail;
     }
-    for (const std::string &name : srv->ms_reg.mr_names) {
-        const std::vector<std::string> reg = ml_split_name(name.c_str());
+    for (const std::vector<std::string> &reg : srv->ms_reg.mr_parts) {
         if (reg.size() >= 4 && reg[0] == "ib" && reg[1] == "state" && reg[2] == asked[2] &&
             reg[3] == "*") {
             *ret_expanded = true;
@@ -536,8 +543,10 @@ int ml_on_query(gcl_session *sess, bn_request **inout_request, void *arg)
         if (flags != 0) {
             snprintf(flag_text, sizeof(flag_text), " flags=0x%x", flags);
         }
-        summary += std::string(summary.empty() ? "" : "; ") +
-                   (subop_name != nullptr ? subop_name : "?") + " " + name + flag_text;
+        if (!srv->ms_quiet_queries) {
+            summary += std::string(summary.empty() ? "" : "; ") +
+                       (subop_name != nullptr ? subop_name : "?") + " " + name + flag_text;
+        }
         if (lc_is_prefix(ML_STATE_PREFIX, name.c_str(), false) || name == "/ib/state") {
             const std::vector<std::string> parts = ml_split_name(name.c_str());
             tbool expanded = false;
@@ -601,7 +610,7 @@ int ml_on_query(gcl_session *sess, bn_request **inout_request, void *arg)
     // The registrations that lie on the asked names' paths.
     for (size_t slot = 0; slot < srv->ms_reg.mr_names.size(); ++slot) {
         const std::string &name = srv->ms_reg.mr_names[slot];
-        const std::vector<std::string> reg = ml_split_name(name.c_str());
+        const std::vector<std::string> &reg = srv->ms_reg.mr_parts[slot];
         tbool wanted = false;
         if (!lc_is_prefix(ML_STATE_PREFIX, name.c_str(), false)) {
             continue;
@@ -1066,6 +1075,10 @@ int ml_server_init(ml_server *srv)
 
     bail_null(srv);
     srv->ms_next_pending_id = 1;
+    srv->ms_reg.mr_parts.clear();
+    for (const std::string &name : srv->ms_reg.mr_names) {
+        srv->ms_reg.mr_parts.push_back(ml_split_name(name.c_str()));
+    }
     err = lew_init(&srv->ms_lwc);
     bail_error(err);
     err = lew_get_event_context(srv->ms_lwc, &ec);

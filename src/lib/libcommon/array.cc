@@ -619,6 +619,28 @@ bail:
     return err;
 }
 
+int array_append_nulls(array *arr, uint32 count)
+{
+    int err = 0;
+
+    bail_null(arr);
+    bail_require(count < array_slots_limit - arr->ar_num_elems);
+    err = array_ensure_size(arr, arr->ar_num_elems + count);
+    bail_error_quiet(err);
+    // The first null is compared with the element before it, the second with the first;
+    // every later one would compare null with null again, as the second did.
+    for (uint32 i = 0; i < count && i < 2; ++i) {
+        array_place_at(arr, arr->ar_num_elems, nullptr);
+    }
+    if (count > 2) {
+        std::fill(arr->ar_elems + arr->ar_num_elems, arr->ar_elems + arr->ar_num_elems + count - 2,
+                  nullptr);
+        arr->ar_num_elems += count - 2;
+    }
+bail:
+    return err;
+}
+
 int array_append_takeover(array *arr, void **inout_elem)
 {
     int err = 0;

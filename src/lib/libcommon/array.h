@@ -90,6 +90,9 @@ void *array_get_quick(const array *arr, uint32 idx);
 // A full preallocated array gives lc_err_no_buffer_space, without a log line.
 int array_append(array *arr, void *elem);
 int array_append_takeover(array *arr, void **inout_elem);
+// Appends count null elements, stored as they are (no dup function is called): the empty
+// slots of a table indexed directly.  Order is noted as for count appends of null.
+int array_append_nulls(array *arr, uint32 count);
 // Appends unless an equal element is present (lc_err_exists, no log line).
 int array_append_no_dup(array *arr, void *elem);
 // Replaces (and releases) the element at idx; idx equal to the length appends.

@@ -185,10 +185,12 @@ int bn_attrib_array_pad_to(bn_attrib_array *arr, uint32 idx)
 {
     int err = 0;
 
+    const uint32 length = array_length_quick(arr->bn_attrib_arr);
+
     err = array_ensure_size(arr->bn_attrib_arr, idx + 1);
     bail_error(err);
-    while (array_length_quick(arr->bn_attrib_arr) < idx) {
-        err = array_append(arr->bn_attrib_arr, nullptr);
+    if (length < idx) {
+        err = array_append_nulls(arr->bn_attrib_arr, idx - length);
         bail_error(err);
     }
 

@@ -247,6 +247,31 @@ TEST_F(ArrayTest, AppendTracksSortedness)
     EXPECT_FALSE(arr_->ar_sorted);
 }
 
+// The empty slots of a table indexed directly: nulls as they are, never through the dup
+// function (which cannot copy a null int), and the order noted as for one append at a time.
+TEST_F(ArrayTest, AppendNullsStoresEmptySlotsWithoutDup)
+{
+    array_options opts{};
+    ASSERT_EQ(array_options_get_defaults(&opts), 0);
+    opts.ao_elem_dup_func = int_dup;
+    ASSERT_EQ(array_new(&arr_, &opts), 0);
+    ASSERT_EQ(array_append_nulls(arr_, 0), 0);
+    EXPECT_EQ(array_length_quick(arr_), 0u);
+    ASSERT_EQ(array_append_nulls(arr_, 69), 0);
+    EXPECT_TRUE(arr_->ar_sorted);
+    int seven = 7;
+    ASSERT_EQ(array_append(arr_, &seven), 0);
+    ASSERT_EQ(array_length_quick(arr_), 70u);
+    for (uint32 i = 0; i < 69; ++i) {
+        EXPECT_EQ(array_get_quick(arr_, i), nullptr) << i;
+    }
+    EXPECT_EQ(*static_cast<int *>(array_get_quick(arr_, 69)), 7);
+    // A null after a non-null element breaks the order of the default comparison.
+    ASSERT_EQ(array_append_nulls(arr_, 2), 0);
+    EXPECT_FALSE(arr_->ar_sorted);
+    EXPECT_EQ(array_length_quick(arr_), 72u);
+}
+
 // ---------------------------------------------------------------------------------------
 // Searching.
 
