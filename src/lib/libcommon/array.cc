@@ -385,11 +385,11 @@ int array_new(array **ret_arr, const array_options *opts)
     err = array_check_options(opts);
     bail_error(err);
 
-    arr = static_cast<array *>(calloc(1, sizeof(array)));
+    arr = static_cast<array *>(lc_zalloc(sizeof(array)));
     bail_null(arr);
     array_apply_options(arr, opts);
     if (opts->ao_initial_size > 0) {
-        arr->ar_elems = static_cast<void **>(calloc(opts->ao_initial_size, sizeof(void *)));
+        arr->ar_elems = static_cast<void **>(lc_zalloc(opts->ao_initial_size * sizeof(void *)));
         bail_null(arr->ar_elems);
     }
     arr->ar_slots_allocated = opts->ao_initial_size;

@@ -86,7 +86,7 @@ int tb_maybe_resize(tbuf *tb, uint64 new_length)
     }
 
     if (tb->tb_buf == nullptr) {
-        new_buf = static_cast<uint8 *>(calloc(1, new_size));
+        new_buf = static_cast<uint8 *>(lc_zalloc(new_size));
         bail_null(new_buf);
     } else {
         new_buf = static_cast<uint8 *>(realloc(tb->tb_buf, new_size));
@@ -220,7 +220,7 @@ int tb_new_size(tbuf **ret_tb, uint32 size)
 
     bail_null(ret_tb);
     *ret_tb = nullptr;
-    tb = static_cast<tbuf *>(calloc(1, sizeof(*tb)));
+    tb = static_cast<tbuf *>(lc_zalloc(sizeof(*tb)));
     bail_null(tb);
     err = tb_maybe_resize(tb, size);
     bail_error(err);
@@ -273,7 +273,7 @@ int tb_new_takeover(tbuf **ret_tb, uint8 **buf_h, int32 buf_len, uint32 buf_size
     }
     bail_require(buf_len >= 0 && static_cast<uint32>(buf_len) <= buf_size);
 
-    tb = static_cast<tbuf *>(calloc(1, sizeof(*tb)));
+    tb = static_cast<tbuf *>(lc_zalloc(sizeof(*tb)));
     bail_null(tb);
     tb->tb_buf = *buf_h;
     tb->tb_length = static_cast<uint32>(buf_len);

@@ -199,7 +199,7 @@ int tree_node_make(tree *tr, const char *name, tree_node **ret_node)
     bail_null(ret_node);
     *ret_node = nullptr;
     bail_null(name);
-    node = static_cast<tree_node *>(calloc(1, sizeof(tree_node)));
+    node = static_cast<tree_node *>(lc_zalloc(sizeof(tree_node)));
     bail_null(node);
     node->tn_tree = tr;
     node->tn_name = safe_strdup(name);
@@ -432,7 +432,7 @@ int tree_new(tree **ret_tree, const tree_options *opts)
         opts = &defaults;
     }
     bail_null(opts->to_node_compare_func);
-    tr = static_cast<tree *>(calloc(1, sizeof(tree)));
+    tr = static_cast<tree *>(lc_zalloc(sizeof(tree)));
     bail_null(tr);
     tr->tr_node_compare_func = opts->to_node_compare_func;
     tr->tr_value_dup_func = opts->to_value_dup_func;

@@ -87,7 +87,7 @@ int tstr_array_new(tstr_array **ret_arr, const array_options *opts)
         bail_error(err);
         opts = &defaults;
     }
-    arr = static_cast<tstr_array *>(calloc(1, sizeof(tstr_array)));
+    arr = static_cast<tstr_array *>(lc_zalloc(sizeof(tstr_array)));
     bail_null(arr);
     err = array_new(&arr->tstr_arr, opts);
     bail_error(err);
@@ -141,7 +141,7 @@ int tstr_array_duplicate(const tstr_array *arr, tstr_array **ret_dup)
     bail_null(ret_dup);
     *ret_dup = nullptr;
     bail_null(arr);
-    dup = static_cast<tstr_array *>(calloc(1, sizeof(tstr_array)));
+    dup = static_cast<tstr_array *>(lc_zalloc(sizeof(tstr_array)));
     bail_null(dup);
     err = array_duplicate(arr->tstr_arr, &dup->tstr_arr);
     bail_error(err);

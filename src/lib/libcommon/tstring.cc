@@ -144,6 +144,19 @@ bail:
     return err;
 }
 
+// A string made at the initial size keeps its text right behind its header, in the one
+// allocation: names and their parts, most strings there are, never outgrow it.  The first
+// growth moves the text to a block of its own; a shrink never moves it back.
+char *ts_inline_block(tstring *ts)
+{
+    return reinterpret_cast<char *>(ts + 1);
+}
+
+bool ts_block_is_inline(const tstring *ts)
+{
+    return ts->ts_str == reinterpret_cast<const char *>(ts + 1);
+}
+
 // Brings the block to the size a text of new_length bytes calls for.  Growth doubles
 // from the present size; with allow_shrink, a block more than four times too large is
 // halved until it fits.  Operations that lengthen the text only grow, so that room made
@@ -164,7 +177,7 @@ int ts_maybe_resize(tstring *ts, uint64 new_length, bool allow_shrink)
         goto bail;
     }
     if (ts->ts_str != nullptr && ts->ts_size >= need &&
-        (!allow_shrink || ts->ts_size <= need * 4)) {
+        (!allow_shrink || ts->ts_size <= need * 4 || ts_block_is_inline(ts))) {
         goto bail;
     }
     if (ts->ts_str == nullptr || ts->ts_size < need) {
@@ -192,6 +205,11 @@ int ts_maybe_resize(tstring *ts, uint64 new_length, bool allow_shrink)
         block = static_cast<char *>(malloc(new_size));
         bail_null(block);
         block[0] = '\0';
+    } else if (ts_block_is_inline(ts)) {
+        // Only growth gets here: the text and its terminator fit the new block.
+        block = static_cast<char *>(malloc(new_size));
+        bail_null(block);
+        memcpy(block, ts->ts_str, ts->ts_size);
     } else {
         block = static_cast<char *>(realloc(ts->ts_str, new_size));
         if (block == nullptr && new_size < ts->ts_size) {
@@ -263,10 +281,16 @@ int ts_new_internal(tstring **ret_ts, uint32 initial_size, bool is_utf8)
         err = lc_err_assertion_failed;
         goto bail;
     }
-    ts = static_cast<tstring *>(calloc(1, sizeof(tstring)));
-    bail_null(ts);
-    ts->ts_str = static_cast<char *>(malloc(initial_size));
-    bail_null(ts->ts_str);
+    if (initial_size == ts_size_initial) {
+        ts = static_cast<tstring *>(lc_zalloc(sizeof(tstring) + ts_size_initial));
+        bail_null(ts);
+        ts->ts_str = ts_inline_block(ts);
+    } else {
+        ts = static_cast<tstring *>(lc_zalloc(sizeof(tstring)));
+        bail_null(ts);
+        ts->ts_str = static_cast<char *>(malloc(initial_size));
+        bail_null(ts->ts_str);
+    }
     ts->ts_str[0] = '\0';
     ts->ts_size = initial_size;
     ts->ts_is_utf8 = is_utf8;
@@ -301,7 +325,7 @@ int ts_new_str_takeover_internal(tstring **ret_ts, char **inout_str, int32 str_l
         err = lc_err_assertion_failed;
         goto bail;
     }
-    ts = static_cast<tstring *>(calloc(1, sizeof(tstring)));
+    ts = static_cast<tstring *>(lc_zalloc(sizeof(tstring)));
     bail_null(ts);
     ts->ts_str = *inout_str;
     *inout_str = nullptr;
@@ -627,7 +651,9 @@ int ts_free(tstring **inout_ts)
     int err = 0;
     bail_null(inout_ts);
     if (*inout_ts != nullptr) {
-        free((*inout_ts)->ts_str);
+        if (!ts_block_is_inline(*inout_ts)) {
+            free((*inout_ts)->ts_str);
+        }
         free(*inout_ts);
         *inout_ts = nullptr;
     }
@@ -650,7 +676,14 @@ int ts_detach(tstring **inout_ts, char **ret_string, int32 *ret_string_bytes)
     if (ts == nullptr) {
         goto bail;
     }
-    *ret_string = ts->ts_str;
+    if (ts_block_is_inline(ts)) {
+        // The caller frees what it gets: the text goes out in a block of its own.
+        *ret_string = static_cast<char *>(malloc(ts->ts_length + 1));
+        bail_null(*ret_string);
+        memcpy(*ret_string, ts->ts_str, ts->ts_length + 1);
+    } else {
+        *ret_string = ts->ts_str;
+    }
     if (ret_string_bytes != nullptr) {
         *ret_string_bytes = static_cast<int32>(ts->ts_length);
     }

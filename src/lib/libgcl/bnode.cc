@@ -42,7 +42,7 @@ int bn_binding_new_parts_components_takeover(bn_binding **ret_binding,
     bail_null(ret_binding);
     *ret_binding = nullptr;
 
-    binding = static_cast<bn_binding *>(calloc(1, sizeof(bn_binding)));
+    binding = static_cast<bn_binding *>(lc_zalloc(sizeof(bn_binding)));
     bail_null(binding);
 
     if (name != nullptr && parts != nullptr) {
@@ -121,7 +121,7 @@ int bn_binding_new_named(bn_binding **ret_binding, const char *binding_name)
     bail_null(ret_binding);
     *ret_binding = nullptr;
     bail_null(binding_name);
-    binding = static_cast<bn_binding *>(calloc(1, sizeof(bn_binding)));
+    binding = static_cast<bn_binding *>(lc_zalloc(sizeof(bn_binding)));
     bail_null(binding);
     err = ts_new_str(&binding->bn_node_name, binding_name);
     bail_error(err);
@@ -164,7 +164,7 @@ int bn_binding_dup(const bn_binding *binding, bn_binding **ret_binding)
     *ret_binding = nullptr;
     bail_null(binding);
 
-    copy = static_cast<bn_binding *>(calloc(1, sizeof(bn_binding)));
+    copy = static_cast<bn_binding *>(lc_zalloc(sizeof(bn_binding)));
     bail_null(copy);
     if (binding->bn_node_name != nullptr) {
         err = ts_dup(binding->bn_node_name, &copy->bn_node_name);

@@ -103,7 +103,7 @@ int bn_attrib_array_new_full(bn_attrib_array **ret_arr, uint32 initial_size,
     opts.ao_dup_policy = dup_policy;
     opts.ao_enforce_sorting_constraints = enforce_sorting_constraints;
 
-    arr = static_cast<bn_attrib_array *>(calloc(1, sizeof(bn_attrib_array)));
+    arr = static_cast<bn_attrib_array *>(lc_zalloc(sizeof(bn_attrib_array)));
     bail_null(arr);
     err = array_new(&arr->bn_attrib_arr, &opts);
     bail_error(err);
@@ -166,7 +166,7 @@ int bn_attrib_array_duplicate(const bn_attrib_array *arr, bn_attrib_array **ret_
     bail_null(ret_dup);
     *ret_dup = nullptr;
     bail_null(arr);
-    copy = static_cast<bn_attrib_array *>(calloc(1, sizeof(bn_attrib_array)));
+    copy = static_cast<bn_attrib_array *>(lc_zalloc(sizeof(bn_attrib_array)));
     bail_null(copy);
     err = array_duplicate(arr->bn_attrib_arr, &copy->bn_attrib_arr);
     bail_error(err);
@@ -271,7 +271,7 @@ int bn_binding_array_new_full(bn_binding_array **ret_arr, uint32 initial_size,
     opts.ao_dup_policy = dup_policy;
     opts.ao_enforce_sorting_constraints = enforce_sorting_constraints;
 
-    arr = static_cast<bn_binding_array *>(calloc(1, sizeof(bn_binding_array)));
+    arr = static_cast<bn_binding_array *>(lc_zalloc(sizeof(bn_binding_array)));
     bail_null(arr);
     err = array_new(&arr->bn_binding_arr, &opts);
     bail_error(err);

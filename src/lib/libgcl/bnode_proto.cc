@@ -465,7 +465,7 @@ int bn_request_per_node_new(bn_request_per_node **ret_node)
     int err = 0;
 
     bail_null(ret_node);
-    *ret_node = static_cast<bn_request_per_node *>(calloc(1, sizeof(bn_request_per_node)));
+    *ret_node = static_cast<bn_request_per_node *>(lc_zalloc(sizeof(bn_request_per_node)));
     bail_null(*ret_node);
 bail:
     return err;
@@ -517,7 +517,7 @@ int bn_response_per_node_new(bn_response_per_node **ret_node)
     int err = 0;
 
     bail_null(ret_node);
-    *ret_node = static_cast<bn_response_per_node *>(calloc(1, sizeof(bn_response_per_node)));
+    *ret_node = static_cast<bn_response_per_node *>(lc_zalloc(sizeof(bn_response_per_node)));
     bail_null(*ret_node);
 bail:
     return err;
@@ -652,7 +652,7 @@ int node_array_new_size(Arr **ret_arr, uint32 initial_size)
     opts.ao_elem_dup_func = T::dup;
     opts.ao_elem_free_func = T::free_func;
     opts.ao_elem_takeover_func = array_std_takeover_func;
-    arr = static_cast<Arr *>(calloc(1, sizeof(Arr)));
+    arr = static_cast<Arr *>(lc_zalloc(sizeof(Arr)));
     bail_null(arr);
     err = array_new(&T::arr(arr), &opts);
     bail_error(err);
@@ -673,7 +673,7 @@ int node_array_duplicate(const Arr *src, Arr **ret_dup)
     bail_null(ret_dup);
     *ret_dup = nullptr;
     bail_null(src);
-    dup = static_cast<Arr *>(calloc(1, sizeof(Arr)));
+    dup = static_cast<Arr *>(lc_zalloc(sizeof(Arr)));
     bail_null(dup);
     err = array_duplicate(T::arr(src), &T::arr(dup));
     bail_error(err);
@@ -952,7 +952,7 @@ int bn_request_msg_create(bn_request **ret_req_msg, bn_msg_type req_type)
 
     bail_null(ret_req_msg);
     *ret_req_msg = nullptr;
-    req = static_cast<bn_request *>(calloc(1, sizeof(bn_request)));
+    req = static_cast<bn_request *>(lc_zalloc(sizeof(bn_request)));
     bail_null(req);
     req->br_header.brh_msg_type = static_cast<uint16>(req_type);
     req->br_next_node_id = bn_request_first_node_id;
@@ -1456,7 +1456,7 @@ int bn_response_msg_create(bn_response **ret_req_msg, bn_msg_type req_type,
 
     bail_null(ret_req_msg);
     *ret_req_msg = nullptr;
-    resp = static_cast<bn_response *>(calloc(1, sizeof(bn_response)));
+    resp = static_cast<bn_response *>(lc_zalloc(sizeof(bn_response)));
     bail_null(resp);
     resp->brs_header.brsh_msg_type = static_cast<uint16>(req_type);
     resp->brs_header.brsh_req_msg_id = request_msg_id;
@@ -1509,7 +1509,7 @@ int bn_response_msg_dup(const bn_response *resp, bn_response **ret_dup)
     bail_null(ret_dup);
     *ret_dup = nullptr;
     bail_null(resp);
-    dup = static_cast<bn_response *>(calloc(1, sizeof(bn_response)));
+    dup = static_cast<bn_response *>(lc_zalloc(sizeof(bn_response)));
     bail_null(dup);
     dup->brs_header = resp->brs_header;
     dup->brs_return_code = resp->brs_return_code;

@@ -269,7 +269,7 @@ int bn_init_type_converter(bn_type_converter **ret_converter)
     bail_null(ret_converter);
     *ret_converter = nullptr;
 
-    converter = static_cast<bn_type_converter *>(calloc(1, sizeof(*converter)));
+    converter = static_cast<bn_type_converter *>(lc_zalloc(sizeof(*converter)));
     bail_null(converter);
 
     err = ht_default_options(&opts);
@@ -342,7 +342,7 @@ int bn_attrib_new(bn_attrib **ret_attrib)
 
     bail_null(ret_attrib);
     *ret_attrib = nullptr;
-    attrib = static_cast<bn_attrib *>(calloc(1, sizeof(*attrib)));
+    attrib = static_cast<bn_attrib *>(lc_zalloc(sizeof(*attrib)));
     bail_null(attrib);
     attrib->ba_type = bt_none;
     attrib->ba_type_flags = 0;
