@@ -89,9 +89,11 @@ struct ml_registration {
     std::string mr_owner;                  // client name of the owner
     std::vector<std::string> mr_names;     // registered names, escaped
     std::vector<uint32> mr_cap_masks;      // capability mask of each name, same order
-    // The unescaped parts of each name, same order: made by ml_server_init, so that a query
-    // does not split every registered name again.
+    // Made by ml_server_init from the above, same order, so that a query neither splits
+    // nor builds them again: the unescaped parts of each name, and the bqso_reg_info node
+    // of each state name (null for the others) with its capability mask.
     std::vector<std::vector<std::string>> mr_parts;
+    std::vector<ml_binding_ptr> mr_reg_info;
 };
 
 // The capability mask of a comma-separated list of group names ("admin,monitor"): one bit

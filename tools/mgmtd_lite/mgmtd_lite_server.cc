@@ -57,6 +57,23 @@ std::vector<std::string> ml_split_name(const char *name)
     return parts;
 }
 
+// The unescaped parts of a binding's name: its cached parts when it has them (as every
+// binding read from the wire does), else split from the name.
+std::vector<std::string> ml_binding_parts(const bn_binding *binding)
+{
+    const tstr_array *cached = nullptr;
+    std::vector<std::string> parts;
+
+    if (bn_binding_get_name_parts_const(binding, &cached, nullptr) != 0 || cached == nullptr) {
+        return ml_split_name(ts_str_maybe_empty(binding->bn_node_name));
+    }
+    const uint32 len = tstr_array_length_quick(cached);
+    for (uint32 i = 0; i < len; ++i) {
+        parts.emplace_back(ts_str_maybe_empty(tstr_array_get_quick(cached, i)));
+    }
+    return parts;
+}
+
 tbool ml_name_matches(const char *name, const char *pattern)
 {
     tstr_array *parts = nullptr;
@@ -518,7 +535,6 @@ int ml_on_query(gcl_session *sess, bn_request **inout_request, void *arg)
     std::vector<std::vector<std::string>> fwd_names;
     gcl_session *owner = nullptr;
     int32 fwd_id = 0;
-    bn_attrib *cap_mask = nullptr;
 
     bail_null(inout_request);
     req = *inout_request;
@@ -548,16 +564,24 @@ int ml_on_query(gcl_session *sess, bn_request **inout_request, void *arg)
                        (subop_name != nullptr ? subop_name : "?") + " " + name + flag_text;
         }
         if (lc_is_prefix(ML_STATE_PREFIX, name.c_str(), false) || name == "/ib/state") {
-            const std::vector<std::string> parts = ml_split_name(name.c_str());
+            const std::vector<std::string> parts = ml_binding_parts(node->brn_binding);
             tbool expanded = false;
             if (subop == bqso_iterate) {
                 err = ml_expand_port_iterate(srv, parts, flags, node->brn_node_id, fwd, &node_map,
                                              &local, &expanded);
                 bail_error(err);
             }
-            if (!expanded) {
+            if (!expanded && bn_attrib_array_length_quick(node->brn_binding->bn_attribs) == 0) {
+                // A bare name, as asked: a copy, which keeps its parts.
+                err = bn_query_request_msg_append_binding(fwd, subop, flags, node->brn_binding,
+                                                          &fwd_id);
+                bail_error(err);
+            } else if (!expanded) {
+                // The name alone goes on.
                 err = bn_query_request_msg_append_str(fwd, subop, flags, name.c_str(), &fwd_id);
                 bail_error(err);
+            }
+            if (!expanded) {
                 node_map[fwd_id] = node->brn_node_id;
                 fwd_names.push_back(parts);
             }
@@ -609,35 +633,25 @@ int ml_on_query(gcl_session *sess, bn_request **inout_request, void *arg)
     }
     // The registrations that lie on the asked names' paths.
     for (size_t slot = 0; slot < srv->ms_reg.mr_names.size(); ++slot) {
-        const std::string &name = srv->ms_reg.mr_names[slot];
-        const std::vector<std::string> &reg = srv->ms_reg.mr_parts[slot];
+        const bn_binding *reg_info = srv->ms_reg.mr_reg_info[slot].get();
         tbool wanted = false;
-        if (!lc_is_prefix(ML_STATE_PREFIX, name.c_str(), false)) {
+        if (reg_info == nullptr) {
             continue;
         }
         for (const auto &asked : fwd_names) {
-            wanted = wanted || ml_on_one_path(reg, asked);
+            wanted = wanted || ml_on_one_path(srv->ms_reg.mr_parts[slot], asked);
         }
         if (!wanted) {
             continue;
         }
-        err = bn_binding_new_named(&binding, name.c_str());
+        err = bn_query_request_msg_append_binding(fwd, bqso_reg_info, 0, reg_info, nullptr);
         bail_error(err);
-        err = bn_attrib_new_uint32(&cap_mask, ba_cap_mask, 0, srv->ms_reg.mr_cap_masks[slot]);
-        bail_error(err);
-        err = bn_binding_set_attrib_takeover(binding, ba_cap_mask, &cap_mask);
-        bn_attrib_free(&cap_mask);
-        bail_error(err);
-        err = bn_query_request_msg_append_binding(fwd, bqso_reg_info, 0, binding, nullptr);
-        bail_error(err);
-        bn_binding_free(&binding);
     }
     err = ml_forward(srv, owner, fwd, sess, msg_id, bbmt_query_response, "query " + fwd_summary,
                      &node_map, &local);
     bail_error(err);
 
 bail:
-    bn_attrib_free(&cap_mask);
     bn_binding_free(&binding);
     bn_request_msg_free(&fwd);
     bn_response_msg_free(&resp);
@@ -1076,8 +1090,24 @@ int ml_server_init(ml_server *srv)
     bail_null(srv);
     srv->ms_next_pending_id = 1;
     srv->ms_reg.mr_parts.clear();
-    for (const std::string &name : srv->ms_reg.mr_names) {
+    srv->ms_reg.mr_reg_info.clear();
+    for (size_t slot = 0; slot < srv->ms_reg.mr_names.size(); ++slot) {
+        const std::string &name = srv->ms_reg.mr_names[slot];
         srv->ms_reg.mr_parts.push_back(ml_split_name(name.c_str()));
+        srv->ms_reg.mr_reg_info.emplace_back();
+        if (!lc_is_prefix(ML_STATE_PREFIX, name.c_str(), false)) {
+            continue;
+        }
+        bn_binding *reg_info = nullptr;
+        bn_attrib *cap_mask = nullptr;
+        err = bn_binding_new_named(&reg_info, name.c_str());
+        bail_error(err);
+        srv->ms_reg.mr_reg_info.back().reset(reg_info);
+        err = bn_attrib_new_uint32(&cap_mask, ba_cap_mask, 0, srv->ms_reg.mr_cap_masks[slot]);
+        bail_error(err);
+        err = bn_binding_set_attrib_takeover(reg_info, ba_cap_mask, &cap_mask);
+        bn_attrib_free(&cap_mask);
+        bail_error(err);
     }
     err = lew_init(&srv->ms_lwc);
     bail_error(err);

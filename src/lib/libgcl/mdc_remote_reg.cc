@@ -70,10 +70,32 @@ bail:
     return err;
 }
 
+// Whether the binding's cached parts are exactly what splitting its name gives, so that
+// they can stand for the name as a tree path: an absolute name's parts, joined and split
+// again, come back the same, but for the one empty part, which splits to none.
+tbool mdc_mon_parts_are_name(const bn_binding *binding, const tstr_array **ret_parts)
+{
+    const tstr_array *parts = nullptr;
+    tbool is_absolute = false;
+
+    *ret_parts = nullptr;
+    if (bn_binding_get_name_parts_const(binding, &parts, &is_absolute) != 0 || parts == nullptr ||
+        !is_absolute) {
+        return false;
+    }
+    if (tstr_array_length_quick(parts) == 1 &&
+        ts_length(tstr_array_get_quick(parts, 0)) == 0) {
+        return false;
+    }
+    *ret_parts = parts;
+    return true;
+}
+
 // Enters the registration carried by one bqso_reg_info node into the tree.
 int mdc_mon_add_registration(tree *reg_tree, const bn_binding *binding)
 {
     int err = 0;
+    const tstr_array *parts = nullptr;
     const bn_attrib *attrib = nullptr;
     bn_attribute_id attrib_id = ba_NONE;
     uint32 cap_mask = 0;
@@ -93,8 +115,15 @@ int mdc_mon_add_registration(tree *reg_tree, const bn_binding *binding)
     }
     err = mdc_remote_reg_new_node(&reg, ts_str(name), 0, cap_mask);
     bail_error(err);
-    err = mdc_remote_reg_add_node(reg_tree, &reg);
-    bail_error(err);
+    if (mdc_mon_parts_are_name(binding, &parts)) {
+        // The tree takes the node on success.
+        err = tree_set_node_value_by_path(reg_tree, nullptr, parts, reg, true, nullptr);
+        bail_error(err);
+        reg = nullptr;
+    } else {
+        err = mdc_remote_reg_add_node(reg_tree, &reg);
+        bail_error(err);
+    }
 
 bail:
     mdc_remote_reg_free(&reg);
