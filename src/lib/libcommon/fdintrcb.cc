@@ -477,6 +477,13 @@ int fdic_event_update_fd(fdic_handle *fich, int32 event_id, tbool check_readable
     bail_error(err);
     event = fdic_event_array_get_quick(fich->fh_registrations, idx);
     bail_require(event->fee_uses_fd);
+    if (event->fee_fd_on_readable == check_readable &&
+        event->fee_fd_on_writable == check_writable && fich->fh_register_event_changes_only &&
+        !fich->fh_loop_behind) {
+        // Every change of the wanted set was passed on as it was made: with the same
+        // interest there is nothing to pass on (a session asks this after each write).
+        goto bail;
+    }
     event->fee_fd_on_readable = check_readable;
     event->fee_fd_on_writable = check_writable;
     err = fdic_events_update(fich);
@@ -536,13 +543,14 @@ int fdic_events_update(fdic_handle *fich)
     fdic_event_array *changes = nullptr;
 
     bail_null(fich);
+    fich->fh_loop_behind = true;
     err = fdic_events_query_internal(fich, fich->fh_register_event_changes_only, &changes);
     bail_error(err);
-    if (fdic_event_array_length_quick(changes) == 0 || fich->fh_register_event_func == nullptr) {
-        goto bail;
+    if (fdic_event_array_length_quick(changes) > 0 && fich->fh_register_event_func != nullptr) {
+        err = fich->fh_register_event_func(changes, fich->fh_register_event_arg);
+        bail_error(err);
     }
-    err = fich->fh_register_event_func(changes, fich->fh_register_event_arg);
-    bail_error(err);
+    fich->fh_loop_behind = false;
 
 bail:
     fdic_event_array_free(&changes);

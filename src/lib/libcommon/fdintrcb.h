@@ -104,6 +104,9 @@ struct fdic_handle {
     void *fh_register_event_arg;
     fdic_event_array *fh_registrations;            // the wanted set
     fdic_event_array *fh_registrations_prev;       // what the registered function was told
+    // The last fdic_events_update failed: the registered function may lack changes, and
+    // every update tries again.
+    tbool fh_loop_behind;
 };
 
 // With fh_register_event_changes_only true.  A null register_event_func is allowed: the

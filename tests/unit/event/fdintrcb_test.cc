@@ -266,6 +266,34 @@ TEST_F(FdicHandleTest, BadEventsAreRefusedAndWhatTheLoopMissedIsToldLater)
     EXPECT_EQ(lc_err_assertion_failed, fdic_events_update(fich_));
 }
 
+// The same interest again asks nothing of the loop, unless an update failed before: then
+// the loop may lack the change, and the same interest is passed on after all.
+TEST_F(FdicHandleTest, SameInterestAfterAFailedUpdateIsToldAfterAll)
+{
+    const int32 id = add_fd(7, true, false);
+    rec_.calls.clear();
+
+    fdic_event bad{};
+    bad.fee_active = true;
+    bad.fee_uses_fd = true;
+    bad.fee_fd = 3;
+    bad.fee_timeout_ms = -1;
+    ASSERT_EQ(0, fdic_event_array_insert_sorted(fich_->fh_registrations, &bad));
+    EXPECT_EQ(lc_err_assertion_failed, fdic_event_update_fd(fich_, id, true, true));
+    EXPECT_TRUE(rec_.calls.empty());
+    ASSERT_EQ(0, fdic_event_array_delete(fich_->fh_registrations, 0));
+
+    EXPECT_EQ(0, fdic_event_update_fd(fich_, id, true, true));
+    ASSERT_EQ(1u, rec_.calls.size());
+    ASSERT_EQ(1u, rec_.calls[0].size());
+    EXPECT_EQ(id, rec_.calls[0][0].fee_event_id);
+    EXPECT_TRUE(rec_.calls[0][0].fee_fd_on_writable);
+
+    rec_.calls.clear();
+    EXPECT_EQ(0, fdic_event_update_fd(fich_, id, true, true));
+    EXPECT_TRUE(rec_.calls.empty());
+}
+
 TEST(FdicEventArrayTest, KeepsCopiesSortedById)
 {
     fdic_event_array *arr = nullptr;
