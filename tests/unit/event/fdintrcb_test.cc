@@ -72,6 +72,17 @@ protected:
 
     uint32 wanted() const { return fdic_event_array_length_quick(fich_->fh_registrations); }
 
+    // An active descriptor event with id 0, which no update lets through.
+    static fdic_event bad_event()
+    {
+        fdic_event bad{};
+        bad.fee_active = true;
+        bad.fee_uses_fd = true;
+        bad.fee_fd = 3;
+        bad.fee_timeout_ms = -1;
+        return bad;
+    }
+
     Recorder rec_;
     fdic_handle *fich_ = nullptr;
 };
@@ -240,11 +251,7 @@ TEST_F(FdicHandleTest, BadEventsAreRefusedAndWhatTheLoopMissedIsToldLater)
     rec_.calls.clear();
 
     // An event with id 0 breaks every update until it is gone.
-    fdic_event bad{};
-    bad.fee_active = true;
-    bad.fee_uses_fd = true;
-    bad.fee_fd = 3;
-    bad.fee_timeout_ms = -1;
+    fdic_event bad = bad_event();
     ASSERT_EQ(0, fdic_event_array_insert_sorted(fich_->fh_registrations, &bad));
     EXPECT_EQ(lc_err_assertion_failed, fdic_events_update(fich_));
     // The delete leaves the wanted set although the loop couldn't be told.
@@ -273,11 +280,7 @@ TEST_F(FdicHandleTest, SameInterestAfterAFailedUpdateIsToldAfterAll)
     const int32 id = add_fd(7, true, false);
     rec_.calls.clear();
 
-    fdic_event bad{};
-    bad.fee_active = true;
-    bad.fee_uses_fd = true;
-    bad.fee_fd = 3;
-    bad.fee_timeout_ms = -1;
+    const fdic_event bad = bad_event();
     ASSERT_EQ(0, fdic_event_array_insert_sorted(fich_->fh_registrations, &bad));
     EXPECT_EQ(lc_err_assertion_failed, fdic_event_update_fd(fich_, id, true, true));
     EXPECT_TRUE(rec_.calls.empty());
