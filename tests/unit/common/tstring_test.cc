@@ -94,6 +94,31 @@ TEST_F(TstringTest, SixteenCharactersDoubleToThirtyTwo)
     EXPECT_EQ(ts_->ts_size, 128u);
 }
 
+// A short string's text lies in the block of its header: what a detach hands out is still
+// the caller's to free, and growth and shrinking keep the text.
+TEST_F(TstringTest, ShortStringDetachesAndGrowsLikeAnyOther)
+{
+    ASSERT_EQ(ts_new_str(&ts_, "short"), 0);
+    EXPECT_EQ(ts_->ts_size, 16u);
+    char *out = nullptr;
+    int32 bytes = 0;
+    ASSERT_EQ(ts_detach(&ts_, &out, &bytes), 0);
+    EXPECT_EQ(ts_, nullptr);
+    EXPECT_STREQ(out, "short");
+    EXPECT_EQ(bytes, 5);
+    free(out);
+
+    ASSERT_EQ(ts_new_str(&ts_, "0123456789"), 0);
+    ASSERT_EQ(ts_append_str(ts_, std::string(40, 'x').c_str()), 0);
+    EXPECT_EQ(ts_str(ts_), "0123456789" + std::string(40, 'x'));
+    ASSERT_EQ(ts_cut(ts_, 3, -1), 0);
+    EXPECT_STREQ(ts_str(ts_), "012");
+    ASSERT_EQ(ts_clear(ts_), 0);
+    EXPECT_EQ(ts_->ts_size, 16u);
+    ASSERT_EQ(ts_append_str(ts_, "again"), 0);
+    EXPECT_STREQ(ts_str(ts_), "again");
+}
+
 TEST_F(TstringTest, ClearShrinksAndClearNoResizeKeeps)
 {
     ASSERT_EQ(ts_new_str(&ts_, std::string(1000, 'a').c_str()), 0);
