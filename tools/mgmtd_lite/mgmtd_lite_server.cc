@@ -571,17 +571,14 @@ int ml_on_query(gcl_session *sess, bn_request **inout_request, void *arg)
                                              &local, &expanded);
                 bail_error(err);
             }
-            if (!expanded && bn_attrib_array_length_quick(node->brn_binding->bn_attribs) == 0) {
-                // A bare name, as asked: a copy, which keeps its parts.
-                err = bn_query_request_msg_append_binding(fwd, subop, flags, node->brn_binding,
-                                                          &fwd_id);
-                bail_error(err);
-            } else if (!expanded) {
-                // The name alone goes on.
-                err = bn_query_request_msg_append_str(fwd, subop, flags, name.c_str(), &fwd_id);
-                bail_error(err);
-            }
             if (!expanded) {
+                // The name alone goes on: a bare asked node as a copy, which keeps its parts.
+                err = bn_attrib_array_length_quick(node->brn_binding->bn_attribs) == 0
+                          ? bn_query_request_msg_append_binding(fwd, subop, flags,
+                                                                node->brn_binding, &fwd_id)
+                          : bn_query_request_msg_append_str(fwd, subop, flags, name.c_str(),
+                                                            &fwd_id);
+                bail_error(err);
                 node_map[fwd_id] = node->brn_node_id;
                 fwd_names.push_back(parts);
             }
