@@ -15,6 +15,32 @@ namespace {
 constexpr uint32 array_slots_limit = 0x7FFFFFFF;
 // Growth adds at least this many slots.
 constexpr uint32 array_growth_min = 10;
+// An array made with at most this many slots has them right behind its record, in the
+// one allocation.  A later resize moves them to a block of their own, for good.
+constexpr uint32 array_inline_slots_max = 16;
+
+bool array_slots_are_inline(const array *arr)
+{
+    return !arr->ar_other_owns_self && arr->ar_elems != nullptr &&
+           arr->ar_elems == reinterpret_cast<void *const *>(arr + 1);
+}
+
+// Gives the slot block num_slots slots, keeping the first ones; new slots are not cleared.
+// A block behind the record cannot be reallocated: its slots move out.
+void **array_resize_slots(array *arr, uint64 num_slots)
+{
+    const size_t bytes = static_cast<size_t>(num_slots) * sizeof(void *);
+    if (!array_slots_are_inline(arr)) {
+        return static_cast<void **>(realloc(arr->ar_elems, bytes));
+    }
+    auto *moved = static_cast<void **>(malloc(bytes));
+    if (moved != nullptr) {
+        memcpy(moved, arr->ar_elems,
+               static_cast<size_t>(std::min<uint64>(num_slots, arr->ar_slots_allocated)) *
+                   sizeof(void *));
+    }
+    return moved;
+}
 
 int array_cmp_elems(const array *arr, const void *elem1, const void *elem2)
 {
@@ -385,13 +411,20 @@ int array_new(array **ret_arr, const array_options *opts)
     err = array_check_options(opts);
     bail_error(err);
 
-    arr = static_cast<array *>(lc_zalloc(sizeof(array)));
-    bail_null(arr);
-    array_apply_options(arr, opts);
-    if (opts->ao_initial_size > 0) {
+    if (opts->ao_initial_size <= array_inline_slots_max) {
+        arr = static_cast<array *>(
+            lc_zalloc(sizeof(array) + opts->ao_initial_size * sizeof(void *)));
+        bail_null(arr);
+        if (opts->ao_initial_size > 0) {
+            arr->ar_elems = reinterpret_cast<void **>(arr + 1);
+        }
+    } else {
+        arr = static_cast<array *>(lc_zalloc(sizeof(array)));
+        bail_null(arr);
         arr->ar_elems = static_cast<void **>(lc_zalloc(opts->ao_initial_size * sizeof(void *)));
         bail_null(arr->ar_elems);
     }
+    array_apply_options(arr, opts);
     arr->ar_slots_allocated = opts->ao_initial_size;
     arr->ar_sorted = true;
     *ret_arr = arr;
@@ -399,7 +432,9 @@ int array_new(array **ret_arr, const array_options *opts)
 
 bail:
     if (arr != nullptr) {
-        free(arr->ar_elems);
+        if (!array_slots_are_inline(arr)) {
+            free(arr->ar_elems);
+        }
         free(arr);
     }
     return err;
@@ -520,7 +555,9 @@ int array_free(array **inout_arr)
         array_release_elem(arr, arr->ar_elems[i]);
     }
     if (!arr->ar_other_owns_self) {
-        free(arr->ar_elems);
+        if (!array_slots_are_inline(arr)) {
+            free(arr->ar_elems);
+        }
         free(arr);
     } else {
         arr->ar_num_elems = 0;
@@ -552,13 +589,14 @@ int array_empty(array *arr)
     bail_error(err);
     if (!arr->ar_other_owns_self && arr->ar_slots_allocated > arr->ar_initial_size) {
         if (arr->ar_initial_size == 0) {
-            free(arr->ar_elems);
+            if (!array_slots_are_inline(arr)) {
+                free(arr->ar_elems);
+            }
             arr->ar_elems = nullptr;
             arr->ar_slots_allocated = 0;
         } else {
             // A failure to shrink keeps the larger block, which is still good.
-            smaller = static_cast<void **>(
-                realloc(arr->ar_elems, static_cast<size_t>(arr->ar_initial_size) * sizeof(void *)));
+            smaller = array_resize_slots(arr, arr->ar_initial_size);
             if (smaller != nullptr) {
                 arr->ar_elems = smaller;
                 arr->ar_slots_allocated = arr->ar_initial_size;
@@ -1015,7 +1053,7 @@ int array_ensure_size(array *arr, uint32 num_elems)
     if (new_size >= array_slots_limit) {
         new_size = array_slots_limit - 1;
     }
-    grown = static_cast<void **>(realloc(arr->ar_elems, new_size * sizeof(void *)));
+    grown = array_resize_slots(arr, new_size);
     bail_null(grown);
     memset(grown + arr->ar_slots_allocated, 0,
            (new_size - arr->ar_slots_allocated) * sizeof(void *));
@@ -1039,8 +1077,7 @@ int array_ensure_size_min_exact(array *arr, uint32 num_elems)
         err = lc_err_no_buffer_space;
         bail_quiet();
     }
-    grown = static_cast<void **>(
-        realloc(arr->ar_elems, static_cast<size_t>(num_elems) * sizeof(void *)));
+    grown = array_resize_slots(arr, num_elems);
     bail_null(grown);
     memset(grown + arr->ar_slots_allocated, 0,
            static_cast<size_t>(num_elems - arr->ar_slots_allocated) * sizeof(void *));

@@ -818,7 +818,7 @@ int tb_get_tstr(const tbuf *tb, uint32 byte_offset, int32 max_tb_bytes, tbool ha
     uint64 text_len = 0;
     const uint64 promised =
         (has_pascal_length ? tb_uint32_bytes : 0) + (has_nul ? 1 : 0);
-    char *block = nullptr;
+    const char *data = nullptr;
 
     (void)use_net_byte_order;
     bail_null(ret_tstring);
@@ -851,27 +851,20 @@ int tb_get_tstr(const tbuf *tb, uint32 byte_offset, int32 max_tb_bytes, tbool ha
         bail_force(lc_err_no_buffer_space);
     }
 
-    block = static_cast<char *>(malloc(data_len + 1));
-    bail_null(block);
-    if (data_len > 0) {
-        memcpy(block, tb->tb_buf + data_offset, data_len);
-    }
-    block[data_len] = '\0';
+    data = reinterpret_cast<const char *>(tb->tb_buf + data_offset);
     text_len = data_len;
     if (has_nul) {
         // The counted bytes must end with the zero they promise.
-        bail_require(data_len > 0 && block[data_len - 1] == '\0');
+        bail_require(data_len > 0 && data[data_len - 1] == '\0');
         --text_len;
     }
-    err = ts_new_str_takeover(ret_tstring, &block, static_cast<int32>(text_len),
-                              static_cast<int32>(data_len + 1));
+    err = ts_new_str_len(ret_tstring, data, static_cast<uint32>(text_len));
     bail_error(err);
     if (ret_tb_bytes != nullptr) {
         *ret_tb_bytes = static_cast<int32>(data_offset + data_len - byte_offset);
     }
 
 bail:
-    free(block);
     return err;
 }
 

@@ -2,6 +2,8 @@
 
 #include "tstring.h"
 
+#include <algorithm>
+#include <bit>
 #include <cctype>
 #include <cstdio>
 #include <cstdlib>
@@ -24,13 +26,22 @@ uint32 ts_count_chars(const char *str, uint32 len, bool is_utf8)
     if (!is_utf8) {
         return len;
     }
-    uint32 count = 0;
-    for (uint32 i = 0; i < len; ++i) {
-        if (!utf8_is_continuation(static_cast<uint8>(str[i]))) {
-            ++count;
+    // Eight bytes at a time: a continuation byte has its top bit set and the next one
+    // clear, and shifting the word left by one puts each byte's second bit under its top.
+    constexpr uint64 top_bits = 0x8080808080808080ULL;
+    uint32 continuations = 0;
+    uint32 i = 0;
+    for (; i + 8 <= len; i += 8) {
+        uint64 word = 0;
+        memcpy(&word, str + i, sizeof(word));
+        continuations += static_cast<uint32>(std::popcount(word & ~(word << 1) & top_bits));
+    }
+    for (; i < len; ++i) {
+        if (utf8_is_continuation(static_cast<uint8>(str[i]))) {
+            ++continuations;
         }
     }
-    return count;
+    return len - continuations;
 }
 
 // The strict decoder: size of the valid sequence at str within remaining bytes, or 0.
@@ -144,9 +155,11 @@ bail:
     return err;
 }
 
-// A string made at the initial size keeps its text right behind its header, in the one
-// allocation: names and their parts, most strings there are, never outgrow it.  The first
-// growth moves the text to a block of its own; a shrink never moves it back.
+// A string made at a small size keeps its text right behind its header, in the one
+// allocation: names and their parts, most strings there are, never outgrow it.  Any later
+// resize moves the text to a block of its own, and it never moves back.
+constexpr uint32 ts_inline_max = 256;
+
 char *ts_inline_block(tstring *ts)
 {
     return reinterpret_cast<char *>(ts + 1);
@@ -155,6 +168,24 @@ char *ts_inline_block(tstring *ts)
 bool ts_block_is_inline(const tstring *ts)
 {
     return ts->ts_str == reinterpret_cast<const char *>(ts + 1);
+}
+
+// The size growth by doubling reaches from `size` for `need` bytes, within the limits.
+uint64 ts_grown_size(uint64 size, uint64 need)
+{
+    if (size < ts_size_initial) {
+        size = ts_size_initial;
+    }
+    while (size < need) {
+        size *= ts_resize_factor;
+    }
+    if (size > ts_size_max) {
+        size = ts_size_max;
+    }
+    if (size - need > ts_size_max_extra_growth) {
+        size = need + ts_size_max_extra_growth;
+    }
+    return size;
 }
 
 // Brings the block to the size a text of new_length bytes calls for.  Growth doubles
@@ -177,22 +208,11 @@ int ts_maybe_resize(tstring *ts, uint64 new_length, bool allow_shrink)
         goto bail;
     }
     if (ts->ts_str != nullptr && ts->ts_size >= need &&
-        (!allow_shrink || ts->ts_size <= need * 4 || ts_block_is_inline(ts))) {
+        (!allow_shrink || ts->ts_size <= need * 4)) {
         goto bail;
     }
     if (ts->ts_str == nullptr || ts->ts_size < need) {
-        if (new_size < ts_size_initial) {
-            new_size = ts_size_initial;
-        }
-        while (new_size < need) {
-            new_size *= ts_resize_factor;
-        }
-        if (new_size > ts_size_max) {
-            new_size = ts_size_max;
-        }
-        if (new_size - need > ts_size_max_extra_growth) {
-            new_size = need + ts_size_max_extra_growth;
-        }
+        new_size = ts_grown_size(new_size, need);
     } else {
         while (need * 4 < new_size) {
             new_size /= ts_resize_factor;
@@ -206,10 +226,13 @@ int ts_maybe_resize(tstring *ts, uint64 new_length, bool allow_shrink)
         bail_null(block);
         block[0] = '\0';
     } else if (ts_block_is_inline(ts)) {
-        // Only growth gets here: the text and its terminator fit the new block.
+        // The text and its terminator fit either block.
         block = static_cast<char *>(malloc(new_size));
+        if (block == nullptr && new_size < ts->ts_size) {
+            goto bail;
+        }
         bail_null(block);
-        memcpy(block, ts->ts_str, ts->ts_size);
+        memcpy(block, ts->ts_str, std::min<uint64>(ts->ts_size, new_size));
     } else {
         block = static_cast<char *>(realloc(ts->ts_str, new_size));
         if (block == nullptr && new_size < ts->ts_size) {
@@ -281,8 +304,8 @@ int ts_new_internal(tstring **ret_ts, uint32 initial_size, bool is_utf8)
         err = lc_err_assertion_failed;
         goto bail;
     }
-    if (initial_size == ts_size_initial) {
-        ts = static_cast<tstring *>(lc_zalloc(sizeof(tstring) + ts_size_initial));
+    if (initial_size <= ts_inline_max) {
+        ts = static_cast<tstring *>(lc_zalloc(sizeof(tstring) + initial_size));
         bail_null(ts);
         ts->ts_str = ts_inline_block(ts);
     } else {
@@ -294,6 +317,37 @@ int ts_new_internal(tstring **ret_ts, uint32 initial_size, bool is_utf8)
     ts->ts_str[0] = '\0';
     ts->ts_size = initial_size;
     ts->ts_is_utf8 = is_utf8;
+    *ret_ts = ts;
+    ts = nullptr;
+bail:
+    ts_free(&ts);
+    return err;
+}
+
+// A copy of len bytes, in a block of the size that appending them to a new string
+// would give.
+int ts_new_text(tstring **ret_ts, const char *bytes, uint32 len, bool is_utf8)
+{
+    int err = 0;
+    tstring *ts = nullptr;
+    const uint64 need = static_cast<uint64>(len) + 1;
+
+    bail_null(ret_ts);
+    *ret_ts = nullptr;
+    if (need > ts_size_max) {
+        lc_log_basic(LOG_ERR, "maximum size exceeded: %d", static_cast<int>(need));
+        err = lc_err_assertion_failed;
+        goto bail;
+    }
+    err = ts_new_internal(&ts, static_cast<uint32>(ts_grown_size(ts_size_initial, need)),
+                          is_utf8);
+    bail_error(err);
+    if (len > 0) {
+        memcpy(ts->ts_str, bytes, len);
+    }
+    ts->ts_str[len] = '\0';
+    ts->ts_length = len;
+    ts->ts_num_chars = ts_count_chars(ts->ts_str, len, is_utf8);
     *ret_ts = ts;
     ts = nullptr;
 bail:
@@ -524,19 +578,22 @@ int ts_new_size(tstring **ret_ts, uint32 initial_size)
 
 int ts_new_str(tstring **ret_ts, const char *str)
 {
-    int err = 0;
-    tstring *ts = nullptr;
+    if (str == nullptr) {
+        return ts_new(ret_ts);
+    }
+    return ts_new_text(ret_ts, str, static_cast<uint32>(strlen(str)), false);
+}
 
+int ts_new_str_len(tstring **ret_ts, const char *str, uint32 str_len)
+{
+    int err = 0;
     bail_null(ret_ts);
     *ret_ts = nullptr;
-    err = ts_new(&ts);
-    bail_error(err);
-    err = ts_append_str(ts, str);
-    bail_error(err);
-    *ret_ts = ts;
-    ts = nullptr;
+    if (str_len > 0) {
+        bail_null(str);
+    }
+    err = ts_new_text(ret_ts, str, str_len, false);
 bail:
-    ts_free(&ts);
     return err;
 }
 
@@ -612,21 +669,14 @@ bail:
 int ts_dup(const tstring *src, tstring **ret_ts)
 {
     int err = 0;
-    tstring *ts = nullptr;
 
     bail_null(ret_ts);
     *ret_ts = nullptr;
     if (src == nullptr) {
         goto bail;
     }
-    err = ts_new_internal(&ts, ts_size_initial, src->ts_is_utf8);
-    bail_error(err);
-    err = ts_append_str_len(ts, src->ts_str, src->ts_length);
-    bail_error(err);
-    *ret_ts = ts;
-    ts = nullptr;
+    err = ts_new_text(ret_ts, src->ts_str, src->ts_length, src->ts_is_utf8);
 bail:
-    ts_free(&ts);
     return err;
 }
 
@@ -706,9 +756,12 @@ int ts_clear(tstring *ts)
     ts->ts_num_chars = 0;
     ts->ts_str[0] = '\0';
     if (ts->ts_size != ts_size_initial) {
-        block = static_cast<char *>(realloc(ts->ts_str, ts_size_initial));
+        // A text behind the header moves out to a block of the initial size.
+        block = static_cast<char *>(ts_block_is_inline(ts) ? malloc(ts_size_initial)
+                                                           : realloc(ts->ts_str, ts_size_initial));
         // Should the block refuse to move, the larger one serves as well.
         if (block != nullptr) {
+            block[0] = '\0';
             ts->ts_str = block;
             ts->ts_size = ts_size_initial;
         }

@@ -57,6 +57,9 @@ int ts_new(tstring **ret_ts);
 int ts_new_size(tstring **ret_ts, uint32 initial_size);
 // A copy of str; a null str gives an empty string.
 int ts_new_str(tstring **ret_ts, const char *str);
+// A copy of str_len bytes of str, zero bytes included; sized as appending them to a new
+// string would size it.
+int ts_new_str_len(tstring **ret_ts, const char *str, uint32 str_len);
 int ts_new_sprintf(tstring **ret_ts, const char *format, ...) LC_PRINTF_FORMAT(2, 3);
 // Takes over a heap block holding a text: str_len bytes of text (-1: strlen) in a block of
 // str_size bytes (-1: str_len + 1).  The caller's pointer is nulled on success; on failure

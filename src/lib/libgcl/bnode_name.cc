@@ -2,6 +2,7 @@
 // escaped name, and matching parts against a pattern with "*" and "**".
 
 #include <cstdlib>
+#include <cstring>
 
 #include "bnode.h"
 #include "common.h"
@@ -11,40 +12,59 @@
 
 namespace {
 
-// Appends one part to a name being joined, escaped: a separator gets an escape in front,
-// an escape gets a second one when followed by an escape, a separator or the end of the
-// part; any other byte goes as it is (an escape before an ordinary byte stays single,
-// which mirrors the tokeniser keeping such an escape).
+// Writes one part of a name being joined, escaped, at out, and gives the bytes written;
+// with a null out it only counts them.  A separator gets an escape in front, an escape
+// gets a second one when followed by an escape, a separator or the end of the part; any
+// other byte goes as it is (an escape before an ordinary byte stays single, which mirrors
+// the tokeniser keeping such an escape).
+uint32 bn_name_escaped_part(const tstring *part, char *out)
+{
+    const char *text = ts_str_maybe_empty(part);
+    const uint32 len = ts_length(part);
+    uint32 written = 0;
+
+    // Most parts hold neither character: they go as they are.
+    if (memchr(text, bn_name_separator_char, len) == nullptr &&
+        memchr(text, bn_name_escape_char, len) == nullptr) {
+        if (out != nullptr && len > 0) {
+            memcpy(out, text, len);
+        }
+        return len;
+    }
+    for (uint32 i = 0; i < len; ++i) {
+        const char ch = text[i];
+        const char next = (i + 1 < len) ? text[i + 1] : '\0';
+        const bool escaped =
+            ch == bn_name_separator_char ||
+            (ch == bn_name_escape_char &&
+             (i + 1 == len || next == bn_name_escape_char || next == bn_name_separator_char));
+        if (escaped) {
+            if (out != nullptr) {
+                out[written] = bn_name_escape_char;
+            }
+            ++written;
+        }
+        if (out != nullptr) {
+            out[written] = ch;
+        }
+        ++written;
+    }
+    return written;
+}
+
+// Appends one part to a name, escaped.
 int bn_name_append_escaped_part(tstring *name, const tstring *part)
 {
     int err = 0;
-    const char *text = ts_str_maybe_empty(part);
-    const int32 len = ts_length(part);
-    static const char escape_pair_sep[2] = {bn_name_escape_char, bn_name_separator_char};
-    static const char escape_pair_esc[2] = {bn_name_escape_char, bn_name_escape_char};
-    int32 run_start = 0;
+    const uint32 old_length = ts_length(name);
+    const uint64 length = static_cast<uint64>(old_length) + bn_name_escaped_part(part, nullptr);
 
-    for (int32 i = 0; i < len; ++i) {
-        const char ch = text[i];
-        const char next = (i + 1 < len) ? text[i + 1] : '\0';
-        const char *pair = nullptr;
-        if (ch == bn_name_separator_char) {
-            pair = escape_pair_sep;
-        } else if (ch == bn_name_escape_char &&
-                   (i + 1 == len || next == bn_name_escape_char ||
-                    next == bn_name_separator_char)) {
-            pair = escape_pair_esc;
-        }
-        if (pair == nullptr) {
-            continue;
-        }
-        err = ts_append_str_len(name, text + run_start, static_cast<uint32>(i - run_start));
-        bail_error(err);
-        err = ts_append_str_len(name, pair, 2);
-        bail_error(err);
-        run_start = i + 1;
-    }
-    err = ts_append_str_len(name, text + run_start, static_cast<uint32>(len - run_start));
+    bail_require(length < ts_size_max);
+    err = ts_ensure_size(name, static_cast<uint32>(length));
+    bail_error(err);
+    bn_name_escaped_part(part, name->ts_str + old_length);
+    name->ts_length = static_cast<uint32>(length);
+    err = ts_fix_dangerous(name);
     bail_error(err);
 bail:
     return err;
@@ -90,28 +110,35 @@ int bn_binding_name_parts_to_name_tstr(const tstr_array *name_parts, tbool is_ab
     int err = 0;
     tstring *name = nullptr;
     const uint32 num_parts = tstr_array_length_quick(name_parts);
-    static const char separator[1] = {bn_name_separator_char};
+    uint64 length = 0;
+    char *out = nullptr;
 
     bail_null(ret_name);
     *ret_name = nullptr;
 
-    err = ts_new(&name);
-    bail_error(err);
     // Every part but the first gets a separator in front; an absolute name also gets one
-    // before the first, so that an empty part always shows as a bare separator.
+    // before the first, so that an empty part always shows as a bare separator.  The
+    // length is known before the text is written, so the name is made at its size once.
+    length = (num_parts > 0 ? num_parts - 1 : 0) + (is_absolute ? 1 : 0);
+    for (uint32 i = 0; i < num_parts; ++i) {
+        length += bn_name_escaped_part(tstr_array_get_quick(name_parts, i), nullptr);
+    }
+    bail_require(length < ts_size_max);
+    err = ts_new_size(&name, static_cast<uint32>(length + 1));
+    bail_error(err);
+    out = name->ts_str;
     for (uint32 i = 0; i < num_parts; ++i) {
         if (i > 0 || is_absolute) {
-            err = ts_append_str_len(name, separator, 1);
-            bail_error(err);
+            *out++ = bn_name_separator_char;
         }
-        err = bn_name_append_escaped_part(name, tstr_array_get_quick(name_parts, i));
-        bail_error(err);
+        out += bn_name_escaped_part(tstr_array_get_quick(name_parts, i), out);
     }
     if (num_parts == 0 && is_absolute) {
-        err = ts_append_str_len(name, separator, 1);
-        bail_error(err);
+        *out++ = bn_name_separator_char;
     }
-    err = ts_set_utf8(name, true);
+    name->ts_length = static_cast<uint32>(out - name->ts_str);
+    name->ts_is_utf8 = true;
+    err = ts_fix_dangerous(name);
     bail_error(err);
 
     *ret_name = name;

@@ -416,6 +416,65 @@ TEST_F(ArrayTest, DuplicateOfOwnedElementsNeedsDupFunction)
     EXPECT_EQ(copy, nullptr);
 }
 
+// Small arrays keep their first slots in the block of their record; every resize from
+// there, up or down, must carry the elements over, and the sizes follow the same rules as
+// for any other block.  (Under the sanitizers a wrong free of such a block shows at once.)
+TEST_F(ArrayTest, ResizesFromTheFirstSlotsKeepEveryElement)
+{
+    std::vector<int> expected;
+    for (const uint32 initial : {0u, 1u, 10u, 16u, 17u}) {
+        SCOPED_TRACE(initial);
+        array_options opts = int_options();
+        opts.ao_initial_size = initial;
+        ASSERT_EQ(array_new(&arr_, &opts), 0);
+        EXPECT_EQ(arr_->ar_slots_allocated, initial);
+        expected.clear();
+        for (int i = 0; i < 40; ++i) {
+            ASSERT_EQ(array_append(arr_, new_int(i)), 0);
+            expected.push_back(i);
+        }
+        EXPECT_EQ(values(arr_), expected);
+        ASSERT_EQ(array_empty(arr_), 0);
+        EXPECT_EQ(arr_->ar_slots_allocated, initial);
+        ASSERT_EQ(array_append(arr_, new_int(7)), 0);
+        EXPECT_EQ(values(arr_), std::vector<int>{7});
+        ASSERT_EQ(array_free(&arr_), 0);
+    }
+
+    // Exact growth straight from the first slots.
+    ASSERT_EQ(array_new(&arr_, nullptr), 0);
+    ASSERT_EQ(array_append(arr_, new_int(3)), 0);
+    ASSERT_EQ(array_ensure_size_min_exact(arr_, 11), 0);
+    EXPECT_EQ(arr_->ar_slots_allocated, 11u);
+    EXPECT_EQ(values(arr_), std::vector<int>{3});
+    ASSERT_EQ(array_free(&arr_), 0);
+
+    // A smaller initial size set later: emptying moves the slots out to that size.
+    array_options opts = int_options();
+    ASSERT_EQ(array_new(&arr_, &opts), 0);
+    ASSERT_EQ(array_append(arr_, new_int(1)), 0);
+    opts.ao_initial_size = 4;
+    ASSERT_EQ(array_options_set(arr_, &opts), 0);
+    ASSERT_EQ(array_empty(arr_), 0);
+    EXPECT_EQ(arr_->ar_slots_allocated, 4u);
+    for (int i = 0; i < 5; ++i) {
+        ASSERT_EQ(array_append(arr_, new_int(i)), 0);
+    }
+    EXPECT_EQ(values(arr_), (std::vector<int>{0, 1, 2, 3, 4}));
+    EXPECT_EQ(arr_->ar_slots_allocated, 14u);
+
+    // A copy of a grown array, and its free.
+    array *copy = nullptr;
+    opts.ao_elem_dup_func = [](const void *src, void **ret) {
+        *ret = new_int(*static_cast<const int *>(src));
+        return 0;
+    };
+    ASSERT_EQ(array_options_set(arr_, &opts), 0);
+    ASSERT_EQ(array_duplicate(arr_, &copy), 0);
+    EXPECT_EQ(values(copy), (std::vector<int>{0, 1, 2, 3, 4}));
+    ASSERT_EQ(array_free(&copy), 0);
+}
+
 TEST_F(ArrayTest, EmptyReturnsToInitialSize)
 {
     array_options opts = int_options();

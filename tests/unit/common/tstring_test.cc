@@ -119,6 +119,66 @@ TEST_F(TstringTest, ShortStringDetachesAndGrowsLikeAnyOther)
     EXPECT_STREQ(ts_str(ts_), "again");
 }
 
+// Strings made with their text are sized as appending it to a new string would size
+// them, and a text made at a size up to a few hundred bytes shares its header's block:
+// every later resize, up or down, keeps the text, and a detach hands out a block of its own.
+TEST_F(TstringTest, StringsMadeWithTheirTextSizeAsAppendingWould)
+{
+    const std::string text48(48, 'n');
+    ASSERT_EQ(ts_new_str(&ts_, text48.c_str()), 0);
+    EXPECT_EQ(ts_->ts_size, 64u);
+    tstring *copy = nullptr;
+    ASSERT_EQ(ts_dup(ts_, &copy), 0);
+    EXPECT_EQ(copy->ts_size, 64u);
+    EXPECT_EQ(ts_str(copy), text48);
+    ts_free(&copy);
+
+    const char with_zero[] = {'a', '\0', 'b'};
+    ASSERT_EQ(ts_new_str_len(&copy, with_zero, 3), 0);
+    EXPECT_EQ(ts_length(copy), 3);
+    EXPECT_EQ(ts_num_chars(copy), 3);
+    EXPECT_EQ(std::memcmp(ts_str(copy), with_zero, 3), 0);
+    EXPECT_EQ(ts_str(copy)[3], '\0');
+    ts_free(&copy);
+    ASSERT_EQ(ts_new_str_len(&copy, nullptr, 0), 0);
+    EXPECT_STREQ(ts_str(copy), "");
+    EXPECT_EQ(copy->ts_size, 16u);
+    ts_free(&copy);
+
+    ts_free(&ts_);
+    ASSERT_EQ(ts_new_size(&ts_, 200), 0);
+    EXPECT_EQ(ts_->ts_size, 200u);
+    ASSERT_EQ(ts_append_str(ts_, std::string(150, 'y').c_str()), 0);
+    EXPECT_EQ(ts_->ts_size, 200u);
+    ASSERT_EQ(ts_append_str(ts_, std::string(100, 'z').c_str()), 0);
+    EXPECT_EQ(ts_->ts_size, 400u);
+    EXPECT_EQ(ts_str(ts_), std::string(150, 'y') + std::string(100, 'z'));
+    ASSERT_EQ(ts_cut(ts_, 10, -1), 0);
+    EXPECT_EQ(ts_->ts_size, 50u);
+    EXPECT_EQ(ts_str(ts_), std::string(10, 'y'));
+
+    // A shrink moves a text out of its header's block too.
+    ts_free(&ts_);
+    ASSERT_EQ(ts_new_size(&ts_, 250), 0);
+    ASSERT_EQ(ts_append_str(ts_, "kept"), 0);
+    ASSERT_EQ(ts_trim(ts_, 1, 0), 0);
+    EXPECT_EQ(ts_->ts_size, 62u);
+    EXPECT_STREQ(ts_str(ts_), "ept");
+    ts_free(&ts_);
+    ASSERT_EQ(ts_new_size(&ts_, 250), 0);
+    ASSERT_EQ(ts_append_str(ts_, "gone"), 0);
+    ASSERT_EQ(ts_clear(ts_), 0);
+    EXPECT_EQ(ts_->ts_size, 16u);
+    EXPECT_STREQ(ts_str(ts_), "");
+
+    ts_free(&ts_);
+    ASSERT_EQ(ts_new_str(&ts_, text48.c_str()), 0);
+    char *out = nullptr;
+    ASSERT_EQ(ts_detach(&ts_, &out, nullptr), 0);
+    EXPECT_EQ(out, text48);
+    free(out);
+}
+
 TEST_F(TstringTest, ClearShrinksAndClearNoResizeKeeps)
 {
     ASSERT_EQ(ts_new_str(&ts_, std::string(1000, 'a').c_str()), 0);
@@ -376,6 +436,31 @@ TEST_F(TstringTest, Utf8OffsetsCountCharacters)
     ASSERT_EQ(ts_trim(ts_, 0, 1), 0);
     EXPECT_STREQ(ts_str(ts_), "hell");
     EXPECT_EQ(ts_num_chars(ts_), 4);
+}
+
+// The count of characters of a UTF-8 text is its bytes less its continuation bytes
+// (10xxxxxx), whatever their place: checked against a byte-by-byte count over texts of
+// every length around the eight-byte steps, made of bytes of all four kinds.
+TEST_F(TstringTest, Utf8CountMatchesAByteByByteCount)
+{
+    const unsigned char kinds[] = {'a', 0x7F, 0x80, 0xBF, 0xC3, 0xE2, 0xFF, 0x40};
+    uint32 seed = 12345;
+    for (int round = 0; round < 2000; ++round) {
+        seed = seed * 1103515245u + 12345u;
+        const size_t len = (seed >> 16) % 40;
+        std::string text;
+        uint32 expected = 0;
+        for (size_t i = 0; i < len; ++i) {
+            seed = seed * 1103515245u + 12345u;
+            const unsigned char byte = kinds[(seed >> 16) % sizeof(kinds)];
+            text.push_back(static_cast<char>(byte));
+            expected += (byte & 0xC0) != 0x80 ? 1 : 0;
+        }
+        ts_free(&ts_);
+        ASSERT_EQ(ts_new_str(&ts_, text.c_str()), 0);
+        ASSERT_EQ(ts_set_utf8(ts_, true), 0);
+        ASSERT_EQ(ts_num_chars(ts_), static_cast<int32>(expected)) << round;
+    }
 }
 
 TEST_F(TstringTest, Utf8StrictChecks)
