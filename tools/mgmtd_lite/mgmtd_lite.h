@@ -156,6 +156,9 @@ struct ml_server {
     std::map<uint64, std::unique_ptr<ml_pending>> ms_pending;
     uint64 ms_next_pending_id = 0;
     std::set<std::string> ms_ifindexes;    // learnt from device-add events
+    // While an owner's query response is dispatched: the frame it came in, to be passed
+    // on as it stands when nothing in it changes on the way.
+    tbuf **ms_response_frame = nullptr;
 };
 
 int ml_server_init(ml_server *srv);

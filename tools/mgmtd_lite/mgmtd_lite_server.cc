@@ -204,6 +204,40 @@ bail:
     return err;
 }
 
+void ml_log_relay(ml_server *srv, const ml_pending *pending, uint32 code)
+{
+    if (!srv->ms_quiet_queries || pending->mp_resp_type != bbmt_query_response) {
+        ml_log_line("relay response to '%s': code %u",
+                    ml_client_name(srv, pending->mp_asker).c_str(), code);
+    }
+}
+
+// Whether the owner's answer can go to the asker in the frame it came in: a query answer
+// that nothing is added to, whose nodes keep their ids, with no database revision (a new
+// answer has none), and whose sending would not be dumped to the debug log.  Putting it
+// together again would give the same bytes.
+tbool ml_can_pass_on_frame(const ml_server *srv, const ml_pending *pending,
+                           const bn_response *response, const uint32_array *node_ids)
+{
+    int level = LOG_DEBUG;
+    if (srv->ms_response_frame == nullptr || *srv->ms_response_frame == nullptr ||
+        pending->mp_resp_type != bbmt_query_response || !pending->mp_local.empty() ||
+        bn_query_response_msg_get_db_revision_id(response) != 0) {
+        return false;
+    }
+    if (lc_log_get_max_log_level(&level) != 0 || level >= LOG_DEBUG) {
+        return false;
+    }
+    for (uint32 i = 0; i < uint32_array_length_quick(node_ids); ++i) {
+        const auto id = static_cast<int32>(uint32_array_get_quick(node_ids, i));
+        const auto mapped = pending->mp_node_map.find(id);
+        if (mapped == pending->mp_node_map.end() || mapped->second != id) {
+            return false;
+        }
+    }
+    return true;
+}
+
 // A response of an owner: back to the asker under the asker's message id.
 int ml_on_owner_response(gcl_session *sess, bn_response **inout_response, void *arg)
 {
@@ -242,7 +276,12 @@ int ml_on_owner_response(gcl_session *sess, bn_response **inout_response, void *
                     ml_client_name(srv, sess).c_str(), pending->mp_what.c_str(), code,
                     bn_binding_array_length_quick(bindings));
     }
-    if (pending->mp_asker != nullptr) {
+    if (pending->mp_asker != nullptr && ml_can_pass_on_frame(srv, pending, *inout_response, node_ids)) {
+        ml_log_relay(srv, pending, code);
+        err = bn_response_frame_relay(pending->mp_asker, srv->ms_response_frame,
+                                      pending->mp_asker_msg_id);
+        bail_error(err);
+    } else if (pending->mp_asker != nullptr) {
         err = bn_response_msg_create(&out, pending->mp_resp_type, pending->mp_asker_msg_id, code,
                                      ts_str_maybe(msg));
         bail_error(err);
@@ -271,10 +310,7 @@ int ml_on_owner_response(gcl_session *sess, bn_response **inout_response, void *
             err = bn_response_msg_append_binding_takeover(out, &binding, node_id);
             bail_error(err);
         }
-        if (!srv->ms_quiet_queries || pending->mp_resp_type != bbmt_query_response) {
-            ml_log_line("relay response to '%s': code %u",
-                        ml_client_name(srv, pending->mp_asker).c_str(), code);
-        }
+        ml_log_relay(srv, pending, code);
         err = bn_response_msg_send(pending->mp_asker, out);
         bail_error(err);
     }
@@ -287,6 +323,27 @@ bail:
     bn_binding_array_free(&bindings);
     uint32_array_free(&node_ids);
     ts_free(&msg);
+    return err;
+}
+
+// Query answers of the owners arrive here as frames.  They are taken apart and dispatched
+// as any other response, with the frame at hand for ml_on_owner_response to pass on.
+int ml_on_query_response_frame(gcl_handle *gh, gcl_session *sess, tbuf **inout_frame, void *arg)
+{
+    int err = 0;
+    ml_server *srv = static_cast<ml_server *>(arg);
+    tbuf *taken_apart = nullptr;
+
+    bail_null(inout_frame);
+    err = tb_dup(*inout_frame, &taken_apart);
+    bail_error(err);
+    srv->ms_response_frame = inout_frame;
+    err = bn_msg_recv_catchall(gh, sess, &taken_apart, nullptr);
+    srv->ms_response_frame = nullptr;
+    bail_error(err);
+
+bail:
+    tb_free(&taken_apart);
     return err;
 }
 
@@ -1097,7 +1154,8 @@ int ml_server_init(ml_server *srv)
         }
         bn_binding *reg_info = nullptr;
         bn_attrib *cap_mask = nullptr;
-        err = bn_binding_new_named(&reg_info, name.c_str());
+        // With its parts made once here, the copy in every forwarded query carries them.
+        err = bn_binding_new_parts_components(&reg_info, name.c_str(), nullptr, false, nullptr);
         bail_error(err);
         srv->ms_reg.mr_reg_info.back().reset(reg_info);
         err = bn_attrib_new_uint32(&cap_mask, ba_cap_mask, 0, srv->ms_reg.mr_cap_masks[slot]);
@@ -1140,6 +1198,8 @@ int ml_server_init(ml_server *srv)
     bgs->bgs_callbacks.bmc_query_response_arg = srv;
     bgs->bgs_callbacks.bmc_action_response_func = ml_on_owner_response;
     bgs->bgs_callbacks.bmc_action_response_arg = srv;
+    reg->gbpr_msg_callbacks[bbmt_query_response] = {gbp_proto_bnode, bbmt_query_response,
+                                                    ml_on_query_response_frame, srv};
     bgs->bgs_callbacks.bmc_set_response_func = ml_on_ignored_response;
     bgs->bgs_callbacks.bmc_event_response_func = ml_on_ignored_response;
 

@@ -423,6 +423,54 @@ bail:
     return err;
 }
 
+int bn_response_frame_relay(gcl_session *sess, tbuf **inout_frame, uint32 req_msg_id)
+{
+    int err = 0;
+    bn_session_state *bss = nullptr;
+    bn_global_state *bgs = nullptr;
+    bn_response_header_wire hdr{};
+    uint32 msg_id = 0;
+    uint32 transaction_id = 0;
+    uint16 msg_type = 0;
+
+    bail_null(sess);
+    bail_null(inout_frame);
+    bail_null(*inout_frame);
+    bail_require(tb_length(*inout_frame) >= bn_wire_gcl_header_space + sizeof(hdr));
+    {
+        gcl_session_locker locker(sess);
+
+        bss = bn_get_session_state(sess);
+        bail_null(bss);
+        bgs = bss->bss_global_state;
+        bail_null(bgs);
+        memcpy(&hdr, tb_buf(*inout_frame) + bn_wire_gcl_header_space, sizeof(hdr));
+        err = bn_byte_swap_response_header(&hdr);
+        bail_error(err);
+        bail_require(bn_msg_type_is_response(hdr.brshw_msg_type));
+        msg_type = hdr.brshw_msg_type;
+
+        // The ids a response made here would get.
+        bn_assign_ids(bgs, &msg_id, &transaction_id);
+        hdr.brshw_msg_id = msg_id;
+        hdr.brshw_transaction_id = transaction_id;
+        hdr.brshw_req_msg_id = req_msg_id;
+        hdr.brshw_service_id = bn_default_service_id(sess, bss);
+        err = bn_byte_swap_response_header(&hdr);
+        bail_error(err);
+        err = tb_put_buf(*inout_frame, bn_wire_gcl_header_space,
+                         reinterpret_cast<const uint8 *>(&hdr), sizeof(hdr));
+        bail_error(err);
+
+        err = bn_send_frame(sess, bss, msg_type, inout_frame, "response");
+        bail_error(err);
+    }
+
+bail:
+    tb_free(inout_frame);
+    return err;
+}
+
 int bn_response_msg_create_send(gcl_session *sess, bn_msg_type resp_type,
                                 uint32 request_msg_id, uint32 return_code,
                                 const char *return_msg, uint16 service_id)

@@ -119,6 +119,11 @@ int bn_request_msg_send(gcl_session *sess, bn_request *inout_req_msg);
 int bn_request_msg_preserve_send(gcl_session *sess, bn_request *inout_req_msg,
                                  bn_request_preserves *ret_preserves);
 int bn_response_msg_send(gcl_session *sess, bn_response *inout_req_msg);
+// Sends a response frame received on another session as it stands, for a relay whose
+// answer is the one it got: only the header changes, to this session's next message and
+// transaction ids, its default service and req_msg_id.  The frame (32 bytes of room in
+// front, as received) is taken over and the caller's pointer nulled.
+int bn_response_frame_relay(gcl_session *sess, tbuf **inout_frame, uint32 req_msg_id);
 // Creates, sets the service when it isn't 0, sends and frees a response without nodes.
 int bn_response_msg_create_send(gcl_session *sess, bn_msg_type resp_type,
                                 uint32 request_msg_id, uint32 return_code,

@@ -321,6 +321,68 @@ TEST_F(BnodeSessionTest, ResponseWithoutTransactionGetsANewOneAndItsOwnMsgId)
     bn_request_msg_free(&req);
 }
 
+// A relay passes an answer it got on to its asker in the frame it came in: what leaves
+// must be what building the answer again and sending it would write, but for the ids
+// the session hands out one after the other.
+TEST_F(BnodeSessionTest, RelayedResponseFrameIsTheRebuiltAnswer)
+{
+    gas_->gas_default_service_id = bap_service_mgmt;
+    const auto answer = [](uint32 req_msg_id) {
+        bn_response *resp = nullptr;
+        EXPECT_EQ(0, bn_response_msg_create(&resp, bbmt_query_response, req_msg_id, 0, "fine"));
+        for (const int32 node_id : {0, 1}) {
+            bn_binding *b = nullptr;
+            EXPECT_EQ(0, bn_binding_new_str(&b, node_id == 0 ? "/a/b\\/c" : "/a/d", ba_value,
+                                            bt_uint8, 0, "15"));
+            EXPECT_EQ(0, bn_response_msg_append_binding_takeover(resp, &b, node_id));
+        }
+        return resp;
+    };
+
+    // As it came from the answering peer: its own ids and service.
+    bn_response *got = answer(92);
+    got->brs_header.brsh_msg_id = 90;
+    got->brs_header.brsh_transaction_id = 91;
+    got->brs_header.brsh_service_id = bap_service_cluster;
+    tbuf *frame = nullptr;
+    ASSERT_EQ(0, bn_response_msg_serialize(got, bn_wire_gcl_header_space, &frame));
+    bn_response_msg_free(&got);
+    ASSERT_EQ(0, bn_response_frame_relay(sess_, &frame, 55));
+    EXPECT_EQ(frame, nullptr);
+    Bytes relayed = read_frame(peer_);
+
+    bn_response *rebuilt = answer(55);
+    ASSERT_EQ(0, bn_response_msg_send(sess_, rebuilt));
+    Bytes sent = read_frame(peer_);
+    bn_response_msg_free(&rebuilt);
+
+    ASSERT_EQ(relayed.size(), sent.size());
+    EXPECT_EQ(get16(relayed, kService), uint16_t(bap_service_mgmt));
+    EXPECT_EQ(get32(relayed, kReqMsgId), 55u);
+    EXPECT_EQ(get32(relayed, kMsgId) + 1, get32(sent, kMsgId));
+    EXPECT_NE(get32(relayed, kTransaction), 91u);
+    EXPECT_NE(get32(relayed, kTransaction), get32(sent, kTransaction));
+    // The frame header's sequence number and the two ids are the session's; all else
+    // is the same byte for byte.
+    for (Bytes *f : {&relayed, &sent}) {
+        for (const size_t off : {size_t(20), kMsgId, kTransaction}) {
+            std::memset(f->data() + off, 0, 4);
+        }
+    }
+    EXPECT_EQ(relayed, sent);
+    EXPECT_EQ(bn_get_session_state(sess_)->bnb_sent_msgs, 2u);
+
+    // A request frame is not relayed as an answer.
+    bn_request *req = nullptr;
+    ASSERT_EQ(0, bn_query_request_msg_create(&req, 0, nullptr));
+    ASSERT_EQ(0, bn_request_msg_serialize(req, bn_wire_gcl_header_space, &frame));
+    bn_request_msg_free(&req);
+    testing::internal::CaptureStderr();
+    EXPECT_NE(0, bn_response_frame_relay(sess_, &frame, 56));
+    testing::internal::GetCapturedStderr();
+    EXPECT_EQ(frame, nullptr);
+}
+
 TEST_F(BnodeSessionTest, SendOnAClosedSessionIsDroppedWithSuccess)
 {
     ASSERT_EQ(0, gcl_session_close(sess_, false));
