@@ -212,6 +212,14 @@ void ml_log_relay(ml_server *srv, const ml_pending *pending, uint32 code)
     }
 }
 
+// The asker's id of a forwarded node, as the answer to the asker carries it.
+int32 ml_asker_node_id(const ml_pending *pending, uint32 fwd_id)
+{
+    const auto mapped = pending->mp_node_map.find(static_cast<int32>(fwd_id));
+    return mapped != pending->mp_node_map.end() ? mapped->second
+                                                : static_cast<int32>(bn_request_first_node_id);
+}
+
 // Whether the owner's answer can go to the asker in the frame it came in: a query answer
 // that nothing is added to, whose nodes keep their ids, with no database revision (a new
 // answer has none), and whose sending would not be dumped to the debug log.  Putting it
@@ -229,9 +237,8 @@ tbool ml_can_pass_on_frame(const ml_server *srv, const ml_pending *pending,
         return false;
     }
     for (uint32 i = 0; i < uint32_array_length_quick(node_ids); ++i) {
-        const auto id = static_cast<int32>(uint32_array_get_quick(node_ids, i));
-        const auto mapped = pending->mp_node_map.find(id);
-        if (mapped == pending->mp_node_map.end() || mapped->second != id) {
+        const uint32 id = uint32_array_get_quick(node_ids, i);
+        if (ml_asker_node_id(pending, id) != static_cast<int32>(id)) {
             return false;
         }
     }
@@ -253,6 +260,7 @@ int ml_on_owner_response(gcl_session *sess, bn_response **inout_response, void *
     ml_pending *pending = nullptr;
     bn_binding *binding = nullptr;
     uint32 num = 0;
+    tbool pass_on = false;
 
     bail_null(inout_response);
     bail_null(*inout_response);
@@ -276,7 +284,9 @@ int ml_on_owner_response(gcl_session *sess, bn_response **inout_response, void *
                     ml_client_name(srv, sess).c_str(), pending->mp_what.c_str(), code,
                     bn_binding_array_length_quick(bindings));
     }
-    if (pending->mp_asker != nullptr && ml_can_pass_on_frame(srv, pending, *inout_response, node_ids)) {
+    pass_on = pending->mp_asker != nullptr &&
+              ml_can_pass_on_frame(srv, pending, *inout_response, node_ids);
+    if (pass_on) {
         ml_log_relay(srv, pending, code);
         err = bn_response_frame_relay(pending->mp_asker, srv->ms_response_frame,
                                       pending->mp_asker_msg_id);
@@ -301,11 +311,7 @@ int ml_on_owner_response(gcl_session *sess, bn_response **inout_response, void *
             binding = nullptr;
         }
         for (uint32 i = 0; i < num; ++i) {
-            const uint32 fwd_id = uint32_array_get_quick(node_ids, i);
-            const auto mapped = pending->mp_node_map.find(static_cast<int32>(fwd_id));
-            const int32 node_id = mapped != pending->mp_node_map.end()
-                                      ? mapped->second
-                                      : static_cast<int32>(bn_request_first_node_id);
+            const int32 node_id = ml_asker_node_id(pending, uint32_array_get_quick(node_ids, i));
             binding = relayed[i].release();
             err = bn_response_msg_append_binding_takeover(out, &binding, node_id);
             bail_error(err);

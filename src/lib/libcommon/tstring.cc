@@ -170,6 +170,16 @@ bool ts_block_is_inline(const tstring *ts)
     return ts->ts_str == reinterpret_cast<const char *>(ts + 1);
 }
 
+// A block of size bytes is allowed up to ts_size_max; past it the failure is logged here.
+int ts_check_size(uint64 size)
+{
+    if (size > ts_size_max) {
+        lc_log_basic(LOG_ERR, "maximum size exceeded: %d", static_cast<int>(size));
+        return lc_err_assertion_failed;
+    }
+    return 0;
+}
+
 // The size growth by doubling reaches from `size` for `need` bytes, within the limits.
 uint64 ts_grown_size(uint64 size, uint64 need)
 {
@@ -202,11 +212,8 @@ int ts_maybe_resize(tstring *ts, uint64 new_length, bool allow_shrink)
     if (need < ts_size_initial) {
         need = ts_size_initial;
     }
-    if (need > ts_size_max) {
-        lc_log_basic(LOG_ERR, "maximum size exceeded: %d", static_cast<int>(need));
-        err = lc_err_assertion_failed;
-        goto bail;
-    }
+    err = ts_check_size(need);
+    bail_error_quiet(err);
     if (ts->ts_str != nullptr && ts->ts_size >= need &&
         (!allow_shrink || ts->ts_size <= need * 4)) {
         goto bail;
@@ -299,11 +306,8 @@ int ts_new_internal(tstring **ret_ts, uint32 initial_size, bool is_utf8)
     if (initial_size < ts_size_initial) {
         initial_size = ts_size_initial;
     }
-    if (initial_size > ts_size_max) {
-        lc_log_basic(LOG_ERR, "maximum size exceeded: %d", static_cast<int>(initial_size));
-        err = lc_err_assertion_failed;
-        goto bail;
-    }
+    err = ts_check_size(initial_size);
+    bail_error_quiet(err);
     if (initial_size <= ts_inline_max) {
         ts = static_cast<tstring *>(lc_zalloc(sizeof(tstring) + initial_size));
         bail_null(ts);
@@ -334,11 +338,8 @@ int ts_new_text(tstring **ret_ts, const char *bytes, uint32 len, bool is_utf8)
 
     bail_null(ret_ts);
     *ret_ts = nullptr;
-    if (need > ts_size_max) {
-        lc_log_basic(LOG_ERR, "maximum size exceeded: %d", static_cast<int>(need));
-        err = lc_err_assertion_failed;
-        goto bail;
-    }
+    err = ts_check_size(need);
+    bail_error_quiet(err);
     err = ts_new_internal(&ts, static_cast<uint32>(ts_grown_size(ts_size_initial, need)),
                           is_utf8);
     bail_error(err);
@@ -374,11 +375,8 @@ int ts_new_str_takeover_internal(tstring **ret_ts, char **inout_str, int32 str_l
     len = str_len < 0 ? strlen(*inout_str) : static_cast<uint64>(str_len);
     size = str_size < 0 ? len + 1 : static_cast<uint64>(str_size);
     bail_require(size > len);
-    if (size > ts_size_max) {
-        lc_log_basic(LOG_ERR, "maximum size exceeded: %d", static_cast<int>(size));
-        err = lc_err_assertion_failed;
-        goto bail;
-    }
+    err = ts_check_size(size);
+    bail_error_quiet(err);
     ts = static_cast<tstring *>(lc_zalloc(sizeof(tstring)));
     bail_null(ts);
     ts->ts_str = *inout_str;
